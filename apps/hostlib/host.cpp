@@ -1,0 +1,1 @@
+// host library (in progress)

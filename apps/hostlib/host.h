@@ -1,0 +1,157 @@
+// The project's host library: loads the plug-in module and drives it through
+// its exported entry point exactly as a video host does. Used by the tests,
+// the command-line host, the benchmarks and the frei0r adapter.
+//
+// The host owns real PF_InData / PF_OutData records, a parameter array, the
+// input and output worlds over its own buffers, and every callback the
+// plug-in calls. Each callback can be told to fail; progress can be told to
+// ask for a stop at its Nth call.
+#pragma once
+
+#include <stdint.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "host_api.h"
+
+namespace tarvo::host {
+
+// The allocation bookkeeping the module exports (same layout as the
+// plug-in's AllocStats).
+struct ModuleAllocStats {
+  int64_t failAt;
+  int64_t allocCount;
+  int64_t liveBlocks;
+  int64_t liveBytes;
+  int64_t peakBytes;
+};
+
+// A loaded plug-in module.
+class Module {
+ public:
+  // Loads the module at path; on failure returns null and sets *error.
+  static std::unique_ptr<Module> Load(const std::string& path, std::string* error);
+  // The module this build of the project produced (its path is compiled in).
+  static std::unique_ptr<Module> LoadBuilt(std::string* error);
+  ~Module();
+
+  PF_EntryFunc Entry() const { return entry_; }
+  // The property list the host reads before calling the entry point.
+  const std::vector<uint8_t>& PropertyList() const { return pipl_; }
+  // Null when the module was built without its test interface.
+  ModuleAllocStats* AllocStats() const { return stats_; }
+
+ private:
+  Module() = default;
+  void* handle_ = nullptr;
+  PF_EntryFunc entry_ = nullptr;
+  std::vector<uint8_t> pipl_;
+  ModuleAllocStats* stats_ = nullptr;
+};
+
+// What the property list says, decoded.
+struct PropertyInfo {
+  std::string kind, name, category, entryPoint, matchName;
+  int ePVRMajor = 0, ePVRMinor = 0, eSVRMajor = 0, eSVRMinor = 0;
+  uint32_t version = 0;
+  int32_t globalFlags = 0;
+  bool ok = false;
+  std::string error;
+};
+PropertyInfo ParsePropertyList(const std::vector<uint8_t>& bytes);
+
+// An 8-bit ARGB image in host memory; rowbytes may exceed width × 4.
+struct Image {
+  int32_t width = 0, height = 0, rowbytes = 0;
+  std::vector<uint8_t> data;
+
+  Image() = default;
+  Image(int32_t w, int32_t h, int32_t rowbytes = 0);  // rowbytes 0: width × 4; zero-filled
+  PF_Pixel* Row(int32_t y) { return reinterpret_cast<PF_Pixel*>(data.data() + static_cast<size_t>(y) * rowbytes); }
+  const PF_Pixel* Row(int32_t y) const { return reinterpret_cast<const PF_Pixel*>(data.data() + static_cast<size_t>(y) * rowbytes); }
+  PF_Pixel& At(int32_t y, int32_t x) { return Row(y)[x]; }
+  const PF_Pixel& At(int32_t y, int32_t x) const { return Row(y)[x]; }
+};
+
+// One parameter definition as the plug-in declared it through add_param.
+struct DeclaredParam {
+  PF_ParamDef def;
+  std::vector<std::string> choices;  // popups: the '|'-separated names, copied at add_param
+};
+
+// Which callback to make fail, and with what.
+struct Faults {
+  int32_t addParamFailAt = 0;   // the Nth add_param call (1-based) returns addParamError
+  PF_Err addParamError = PF_Err_OUT_OF_MEMORY;
+  int32_t stopAtProgress = 0;   // the Nth progress call (1-based) returns progressError
+  PF_Err progressError = PF_Interrupt_CANCEL;
+  PF_Err fillError = 0;         // nonzero: fill returns it
+  PF_Err copyError = 0;
+  PF_Err newWorldError = 0;
+  PF_Err checkoutError = 0;
+};
+
+struct CallCounts {
+  int32_t addParam = 0, progress = 0, fill = 0, copy = 0, newWorld = 0, disposeWorld = 0,
+          checkout = 0, checkin = 0, sprintf = 0, strcpy = 0;
+};
+
+class Host {
+ public:
+  explicit Host(PF_EntryFunc entry);
+  ~Host();
+  Host(const Host&) = delete;
+  Host& operator=(const Host&) = delete;
+
+  // Calls the entry point with cmd and the current records. Before the call
+  // out_data is reset (out_flags as given by SetOutFlagsOnEntry, return_msg
+  // empty), unless keepOutData.
+  PF_Err Call(PF_Cmd cmd, bool keepOutData = false);
+
+  PF_Err About() { return Call(PF_Cmd_ABOUT); }
+  PF_Err GlobalSetup() { return Call(PF_Cmd_GLOBAL_SETUP); }
+  PF_Err GlobalSetdown() { return Call(PF_Cmd_GLOBAL_SETDOWN); }
+  // Records every definition and, from them, sets up the parameter array
+  // with each parameter at its declared default (as a host does).
+  PF_Err ParamsSetup();
+  // Renders input into output (sizes must match). The frame size in
+  // PF_InData follows the input unless SetFrameSize was called.
+  PF_Err Render(const Image& input, Image& output);
+
+  // Parameter values, index 1..16 as declared (0 is the input layer).
+  PF_ParamDef& Param(int index);
+  int NumParams() const;
+  const std::vector<DeclaredParam>& Declared() const { return declared_; }
+
+  PF_InData& InData() { return in_; }
+  PF_OutData& OutData() { return out_; }
+  void SetOutFlagsOnEntry(PF_OutFlags flags) { outFlagsOnEntry_ = flags; }
+  void SetQuality(PF_Quality q) { in_.quality = q; }
+  void SetTime(int32_t current, int32_t step, uint32_t scale);
+  void SetDownsample(int32_t nx, uint32_t dx, int32_t ny, uint32_t dy);
+  // Frame size reported in PF_InData (width/height); 0 follows the input.
+  void SetFrameSize(int32_t width, int32_t height);
+
+  Faults& faults() { return faults_; }
+  CallCounts& counts() { return counts_; }
+  // The message the plug-in left for the user, or "" when it set no
+  // display-error flag.
+  std::string ErrorMessage() const;
+
+ private:
+  struct Impl;
+  std::unique_ptr<Impl> impl_;
+  PF_EntryFunc entry_;
+  PF_InData in_{};
+  PF_OutData out_{};
+  PF_UtilCallbacks utils_{};
+  PF_OutFlags outFlagsOnEntry_ = 0;
+  std::vector<DeclaredParam> declared_;
+  Faults faults_;
+  CallCounts counts_;
+  int32_t frameWidth_ = 0, frameHeight_ = 0;
+};
+
+}  // namespace tarvo::host

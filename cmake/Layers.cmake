@@ -1,0 +1,25 @@
+# Helpers for the layer targets. Each folder is a static library whose public
+# include directory is only its own folder, so a file can include only the
+# headers of the layers its target links: a wrong include fails to build.
+
+# tarvo_layer(NAME DIR [SOURCES_GLOB...] LINK ... LINK_ONLY ...)
+function(tarvo_layer name)
+  cmake_parse_arguments(L "" "DIR" "GLOBS;LINK;LINK_ONLY" ${ARGN})
+  set(srcs)
+  foreach(g ${L_GLOBS})
+    file(GLOB found CONFIGURE_DEPENDS ${g})
+    list(APPEND srcs ${found})
+  endforeach()
+  if(srcs)
+    add_library(${name} STATIC ${srcs})
+    target_include_directories(${name} PUBLIC ${L_DIR})
+    target_link_libraries(${name} PUBLIC ${L_LINK})
+    foreach(lo ${L_LINK_ONLY})
+      target_link_libraries(${name} PUBLIC $<LINK_ONLY:${lo}>)
+    endforeach()
+  else()
+    add_library(${name} INTERFACE)
+    target_include_directories(${name} INTERFACE ${L_DIR})
+    target_link_libraries(${name} INTERFACE ${L_LINK})
+  endif()
+endfunction()

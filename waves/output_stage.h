@@ -1,0 +1,41 @@
+// Pinning and output resampling: from the source map to the output image.
+#pragma once
+
+#include <stdint.h>
+
+#include "pf_pixel.h"
+#include "pixel_image.h"
+#include "source_map.h"
+
+namespace tarvo {
+
+struct PinWeight {
+  float pin;   // 1 holds a point at its grid position
+  float keep;  // 1 − pin
+};
+
+extern PinWeight* g_pinColumns;  // width + 1 entries, valid within one render
+extern PinWeight* g_pinRows;     // height + 1 entries
+extern PF_Pixel g_backgroundPixel;  // transparent black
+
+bool CreatePinProfiles(int32_t pinMode, int32_t rows, int32_t columns);
+void FillPinProfile(int32_t shape, int32_t n, PinWeight* profile);
+void FreePinProfiles();
+void PinSourceMap(SourceMap& map);
+void PinByColumn(int32_t y, int32_t x, MapPoint& p);
+void PinByRow(int32_t y, int32_t x, MapPoint& p);
+
+void ResampleOutput(SourceMap& map, PixelImage& destination, int32_t mode);
+void SampleMapPoint(const RenderSetup& setup, const MapPoint& p, PF_Pixel& out);
+bool IsInsideSource(const RenderSetup& setup, float row, float column);
+void SampleNearest(const RenderSetup& setup, float row, float column, PF_Pixel& out);
+void SampleBilinear(const RenderSetup& setup, float row, float column, PF_Pixel& out);
+
+struct BilinearWeights {
+  float w00, w01, w10, w11;
+  int32_t r0, r1, c0, c1;
+};
+BilinearWeights BilinearCell(float row, float column);
+int32_t FloorToInt(float v);
+
+}  // namespace tarvo

@@ -1,0 +1,33 @@
+// Waveform tables: one period of a wave shape at every whole degree, in
+// 16.16 fixed point, read back with 1/256-degree linear interpolation.
+#pragma once
+
+#include <stdint.h>
+
+namespace tarvo {
+
+enum WaveformKind : uint32_t {
+  kSine = 0, kTriangle = 1, kSquare = 2, kSawtooth = 3, kCircle = 4, kSemicircle = 5,
+  kUncircle = 6, kHalfSine = 7, kSpectrum1 = 8, kSpectrum14 = 21,
+  RampPulse180 = 22, RampPulse90 = 23,
+  kWaveformCount = 24
+};
+
+struct WaveTable {
+  static constexpr int kEntries = 362;  // 360 degrees + 2 guard entries (= entries 0 and 1)
+
+  uint8_t built;            // 0 until the first Build (static storage starts at 0)
+  int32_t entries[kEntries];
+
+  // Tabulates waveform `index`; without force a built table is left alone.
+  void Build(uint32_t index, bool force);
+};
+
+// The shape's value at any angle in degrees, in [−1, +1].
+float WaveTableLookup(float angle, const WaveTable& table);
+
+// Process-wide tables: the plain sine, and the ripple's (possibly morphed) wave.
+extern WaveTable g_sineTable;
+extern WaveTable g_rippleWave;
+
+}  // namespace tarvo
