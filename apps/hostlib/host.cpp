@@ -1,1 +1,724 @@
-// host library (in progress)
+// The host library: module loading, property-list decoding and an in-process
+// host that drives the plug-in's entry point with real records.
+#include "host.h"
+
+#include <stdarg.h>
+#include <stdio.h>
+#include <string.h>
+
+#include <algorithm>
+#include <cmath>
+#include <deque>
+#include <limits>
+#include <map>
+
+#include "fixed_point.h"
+
+#if defined(_WIN32)
+#include <windows.h>
+#else
+#include <dlfcn.h>
+#endif
+
+#ifndef TARVO_MODULE_PATH
+#define TARVO_MODULE_PATH ""
+#endif
+
+namespace tarvo::host {
+
+// ---------------------------------------------------------------------------
+// Module
+
+namespace {
+
+// A property list larger than this is certainly not ours.
+constexpr uint32_t kMaxPropertyListBytes = 1u << 20;
+
+using AllocStatsFn = ModuleAllocStats* (*)();
+
+}  // namespace
+
+std::unique_ptr<Module> Module::Load(const std::string& path, std::string* error) {
+  auto fail = [&](const std::string& why) -> std::unique_ptr<Module> {
+    if (error) *error = why;
+    return nullptr;
+  };
+  if (path.empty()) return fail("no module path given");
+
+  std::unique_ptr<Module> m(new Module());
+#if defined(_WIN32)
+  HMODULE h = LoadLibraryA(path.c_str());
+  if (!h) return fail("cannot load module " + path + " (Windows error " + std::to_string(GetLastError()) + ")");
+  m->handle_ = h;
+  m->entry_ = reinterpret_cast<PF_EntryFunc>(reinterpret_cast<void*>(GetProcAddress(h, "main")));
+  if (!m->entry_) return fail("module " + path + " exports no entry point \"main\"");
+  if (HRSRC res = FindResourceA(h, MAKEINTRESOURCEA(16000), "PiPL")) {
+    DWORD size = SizeofResource(h, res);
+    HGLOBAL g = LoadResource(h, res);
+    const void* bytes = g ? LockResource(g) : nullptr;
+    if (!bytes || size == 0 || size > kMaxPropertyListBytes)
+      return fail("module " + path + " has an unreadable property list resource");
+    const auto* p = static_cast<const uint8_t*>(bytes);
+    m->pipl_.assign(p, p + size);
+  }
+  if (auto fn = reinterpret_cast<AllocStatsFn>(reinterpret_cast<void*>(GetProcAddress(h, "TarvoAllocStats"))))
+    m->stats_ = fn();
+#else
+  dlerror();
+  void* h = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
+  if (!h) {
+    const char* why = dlerror();
+    return fail("cannot load module " + path + ": " + (why ? why : "unknown error"));
+  }
+  m->handle_ = h;
+  m->entry_ = reinterpret_cast<PF_EntryFunc>(dlsym(h, "main"));
+  if (!m->entry_) return fail("module " + path + " exports no entry point \"main\"");
+  const auto* list = static_cast<const uint8_t*>(dlsym(h, "TarvoPropertyList"));
+  const auto* size = static_cast<const uint32_t*>(dlsym(h, "TarvoPropertyListSize"));
+  if (list && size) {
+    if (*size == 0 || *size > kMaxPropertyListBytes)
+      return fail("module " + path + " declares a property list of " + std::to_string(*size) + " bytes");
+    m->pipl_.assign(list, list + *size);
+  }
+  if (auto fn = reinterpret_cast<AllocStatsFn>(dlsym(h, "TarvoAllocStats"))) m->stats_ = fn();
+#endif
+  return m;
+}
+
+std::unique_ptr<Module> Module::LoadBuilt(std::string* error) { return Load(BuiltModulePath(), error); }
+
+std::string Module::BuiltModulePath() { return TARVO_MODULE_PATH; }
+
+Module::~Module() {
+  if (!handle_) return;
+#if defined(_WIN32)
+  FreeLibrary(static_cast<HMODULE>(handle_));
+#elif defined(__SANITIZE_ADDRESS__)
+  // Kept mapped so that leak reports can still name the module's frames.
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#else
+  dlclose(handle_);
+#endif
+#else
+  dlclose(handle_);
+#endif
+}
+
+// ---------------------------------------------------------------------------
+// Property list
+
+namespace {
+
+class ByteReader {
+ public:
+  ByteReader(const std::vector<uint8_t>& b) : b_(b) {}
+  size_t pos() const { return pos_; }
+  size_t left() const { return b_.size() - pos_; }
+  bool U16(uint16_t* v) {
+    if (left() < 2) return false;
+    *v = static_cast<uint16_t>(b_[pos_] | b_[pos_ + 1] << 8);
+    pos_ += 2;
+    return true;
+  }
+  bool U32(uint32_t* v) {
+    if (left() < 4) return false;
+    *v = static_cast<uint32_t>(b_[pos_]) | static_cast<uint32_t>(b_[pos_ + 1]) << 8 |
+         static_cast<uint32_t>(b_[pos_ + 2]) << 16 | static_cast<uint32_t>(b_[pos_ + 3]) << 24;
+    pos_ += 4;
+    return true;
+  }
+  // A four-character code stored as a little-endian 32-bit value: its
+  // bytes appear reversed in the file.
+  bool Code(std::string* s) {
+    if (left() < 4) return false;
+    s->assign({static_cast<char>(b_[pos_ + 3]), static_cast<char>(b_[pos_ + 2]),
+               static_cast<char>(b_[pos_ + 1]), static_cast<char>(b_[pos_])});
+    pos_ += 4;
+    return true;
+  }
+  void Skip(size_t n) { pos_ += n < left() ? n : left(); }
+
+ private:
+  const std::vector<uint8_t>& b_;
+  size_t pos_ = 0;
+};
+
+uint32_t LE32(const uint8_t* p) {
+  return static_cast<uint32_t>(p[0]) | static_cast<uint32_t>(p[1]) << 8 | static_cast<uint32_t>(p[2]) << 16 |
+         static_cast<uint32_t>(p[3]) << 24;
+}
+uint16_t LE16(const uint8_t* p) { return static_cast<uint16_t>(p[0] | p[1] << 8); }
+
+}  // namespace
+
+PropertyInfo ParsePropertyList(const std::vector<uint8_t>& bytes) {
+  PropertyInfo info;
+  auto fail = [&](const std::string& why) {
+    info.ok = false;
+    info.error = why;
+    return info;
+  };
+  if (bytes.empty()) return fail("property list is missing");
+  ByteReader r(bytes);
+  uint16_t head = 0;
+  uint32_t listVersion = 0, count = 0;
+  if (!r.U16(&head) || !r.U32(&listVersion) || !r.U32(&count)) return fail("property list is truncated in its header");
+  if (head != 1) return fail("property list does not start with 1 (found " + std::to_string(head) + ")");
+  if (listVersion != 0) return fail("unsupported property list version " + std::to_string(listVersion));
+  // Each property takes at least 16 bytes, which bounds any sane count.
+  if (count > r.left() / 16) return fail("property list claims " + std::to_string(count) + " properties, more than fit");
+
+  for (uint32_t i = 0; i < count; ++i) {
+    std::string vendor, key;
+    uint32_t id = 0, length = 0;
+    const std::string where = "property " + std::to_string(i + 1);
+    if (!r.Code(&vendor) || !r.Code(&key) || !r.U32(&id) || !r.U32(&length))
+      return fail(where + " is truncated");
+    if (vendor != "8BIM") return fail(where + " has vendor code \"" + vendor + "\", not \"8BIM\"");
+    if (length > r.left()) return fail(where + " (\"" + key + "\") claims " + std::to_string(length) + " bytes, only " +
+                                       std::to_string(r.left()) + " left");
+    const uint8_t* d = bytes.data() + r.pos();
+    auto pascal = [&](std::string* out) -> bool {
+      if (length < 1 || d[0] > length - 1) return false;
+      out->assign(reinterpret_cast<const char*>(d + 1), d[0]);
+      return true;
+    };
+    auto needs = [&](uint32_t n) { return length >= n; };
+    bool good = true;
+    if (key == "kind") {
+      if ((good = needs(4))) info.kind = {static_cast<char>(d[3]), static_cast<char>(d[2]), static_cast<char>(d[1]),
+                                          static_cast<char>(d[0])};
+    } else if (key == "name") {
+      good = pascal(&info.name);
+    } else if (key == "catg") {
+      good = pascal(&info.category);
+    } else if (key == "eMNA") {
+      good = pascal(&info.matchName);
+    } else if (key == "wx86") {
+      info.entryPoint.assign(reinterpret_cast<const char*>(d), strnlen(reinterpret_cast<const char*>(d), length));
+    } else if (key == "ePVR") {
+      if ((good = needs(4))) info.ePVRMajor = static_cast<int16_t>(LE16(d)), info.ePVRMinor = static_cast<int16_t>(LE16(d + 2));
+    } else if (key == "eSVR") {
+      if ((good = needs(4))) info.eSVRMajor = static_cast<int16_t>(LE16(d)), info.eSVRMinor = static_cast<int16_t>(LE16(d + 2));
+    } else if (key == "eVER") {
+      if ((good = needs(4))) info.version = LE32(d);
+    } else if (key == "eINF") {
+      if ((good = needs(2))) info.infoFlags = LE16(d);
+    } else if (key == "eGLO") {
+      if ((good = needs(4))) info.globalFlags = static_cast<int32_t>(LE32(d));
+    } else if (key == "aeFL") {
+      if ((good = needs(4))) info.reservedInfo = LE32(d);
+    } else if (key == "aeRD") {
+      if ((good = needs(4))) info.reserved = LE32(d);
+    }
+    if (!good) return fail(where + " (\"" + key + "\") has malformed data of " + std::to_string(length) + " bytes");
+    info.keys.push_back(key);
+    // Data is zero-padded to a multiple of 4; a missing final pad is tolerated.
+    r.Skip((static_cast<size_t>(length) + 3) & ~size_t{3});
+  }
+  info.ok = true;
+  return info;
+}
+
+std::string CheckEffectProperties(const PropertyInfo& info) {
+  if (!info.ok) return info.error;
+  auto has = [&](const char* k) {
+    for (const auto& key : info.keys)
+      if (key == k) return true;
+    return false;
+  };
+  for (const char* k : {"kind", "name", "wx86", "eSVR", "eVER", "eGLO"})
+    if (!has(k)) return std::string("property list has no \"") + k + "\" property";
+  if (info.kind != "eFKT") return "module is not an effect (kind \"" + info.kind + "\")";
+  if (info.entryPoint != "main") return "property list names entry point \"" + info.entryPoint + "\", not \"main\"";
+  if (info.eSVRMajor != 11) return "module speaks effect specification " + std::to_string(info.eSVRMajor) + "." +
+                                   std::to_string(info.eSVRMinor) + ", not 11.x";
+  return "";
+}
+
+// ---------------------------------------------------------------------------
+// Image
+
+Image::Image(int32_t w, int32_t h, int32_t rb) {
+  width = w > 0 ? w : 0;
+  height = h > 0 ? h : 0;
+  const int64_t minRow = static_cast<int64_t>(width) * 4;
+  rowbytes = rb > minRow ? rb : static_cast<int32_t>(minRow);
+  data.assign(static_cast<size_t>(rowbytes) * static_cast<size_t>(height), 0);
+}
+
+bool Image::Valid() const {
+  if (width < 0 || height < 0 || rowbytes < 0) return false;
+  if (static_cast<int64_t>(rowbytes) < static_cast<int64_t>(width) * 4) return false;
+  return data.size() >= static_cast<size_t>(rowbytes) * static_cast<size_t>(height);
+}
+
+// ---------------------------------------------------------------------------
+// Host
+
+namespace {
+
+// Bound of the ANSI sprintf callback: every destination the plug-in formats
+// into (return_msg, its about buffer) holds 256 bytes.
+constexpr size_t kSprintfBound = PF_MAX_EFFECT_MSG_LEN + 1;
+constexpr size_t kNameBound = PF_MAX_EFFECT_PARAM_NAME_LEN + 1;
+// A choice string longer than this is treated as unterminated.
+constexpr size_t kMaxChoicesBytes = 64 * 1024;
+// Worlds the host allocates on request are capped like the host's own.
+constexpr int32_t kMaxWorldSide = 30000;
+constexpr int kMinParams = 17;
+
+double AnsiAtan(double x) { return std::atan(x); }
+double AnsiAtan2(double y, double x) { return std::atan2(y, x); }
+double AnsiCeil(double x) { return std::ceil(x); }
+double AnsiCos(double x) { return std::cos(x); }
+double AnsiExp(double x) { return std::exp(x); }
+double AnsiFabs(double x) { return std::fabs(x); }
+double AnsiFloor(double x) { return std::floor(x); }
+double AnsiFmod(double x, double y) { return std::fmod(x, y); }
+double AnsiHypot(double x, double y) { return std::hypot(x, y); }
+double AnsiLog(double x) { return std::log(x); }
+double AnsiLog10(double x) { return std::log10(x); }
+double AnsiPow(double x, double y) { return std::pow(x, y); }
+double AnsiSin(double x) { return std::sin(x); }
+double AnsiSqrt(double x) { return std::sqrt(x); }
+double AnsiTan(double x) { return std::tan(x); }
+double AnsiAsin(double x) { return std::asin(x); }
+double AnsiAcos(double x) { return std::acos(x); }
+
+PF_Rect WholeRect(const PF_EffectWorld& w) {
+  PF_Rect r;
+  r.top = 0;
+  r.left = 0;
+  r.bottom = static_cast<int16_t>(w.height > INT16_MAX ? INT16_MAX : w.height);
+  r.right = static_cast<int16_t>(w.width > INT16_MAX ? INT16_MAX : w.width);
+  return r;
+}
+
+// The part of rect r (bottom and right exclusive) inside world w; false when empty.
+bool ClipRect(const PF_EffectWorld& w, const PF_Rect* r, int32_t* top, int32_t* left, int32_t* bottom,
+              int32_t* right) {
+  *top = 0;
+  *left = 0;
+  *bottom = w.height;
+  *right = w.width;
+  if (r) {
+    *top = r->top > 0 ? r->top : 0;
+    *left = r->left > 0 ? r->left : 0;
+    if (r->bottom < *bottom) *bottom = r->bottom;
+    if (r->right < *right) *right = r->right;
+  }
+  return *top < *bottom && *left < *right;
+}
+
+bool WorldUsable(const PF_EffectWorld* w) {
+  return w && w->width >= 0 && w->height >= 0 && static_cast<int64_t>(w->rowbytes) >= static_cast<int64_t>(w->width) * 4;
+}
+
+PF_EffectWorld WorldOver(const uint8_t* data, int32_t width, int32_t height, int32_t rowbytes, bool writable) {
+  PF_EffectWorld w{};
+  w.data = const_cast<PF_Pixel*>(reinterpret_cast<const PF_Pixel*>(data));
+  w.width = width;
+  w.height = height;
+  w.rowbytes = rowbytes;
+  w.world_flags = writable ? PF_WorldFlag_WRITEABLE : 0;
+  w.extent_hint = WholeRect(w);
+  w.pix_aspect_ratio.num = 1;
+  w.pix_aspect_ratio.den = 1;
+  return w;
+}
+
+}  // namespace
+
+struct Host::Impl {
+  Host* host = nullptr;
+  // params[i] points at values[i]; both always hold at least 17 entries so
+  // that a plug-in reading any of its indices reads host memory.
+  std::vector<PF_ParamDef> values;
+  std::vector<PF_ParamDef*> pointers;
+  PF_EffectWorld output{};
+  // Worlds made by new_world, keyed by their pixel address.
+  std::map<const void*, std::unique_ptr<uint8_t[]>> worlds;
+  // Host-owned copies of the popup choice strings (stable addresses).
+  std::deque<std::string> choiceStrings;
+  // Frame size the point values were derived for, and the values derived.
+  struct PointDefault {
+    int index;
+    PF_Fixed x, y;
+  };
+  int32_t pointFrameW = -1, pointFrameH = -1;
+  std::vector<PointDefault> pointDefaults;
+
+  static Impl* From(PF_ProgPtr ref) { return reinterpret_cast<Impl*>(ref); }
+
+  void Resize(size_t n) {
+    if (n < kMinParams) n = kMinParams;
+    values.resize(n);
+    pointers.resize(n);
+    for (size_t i = 0; i < n; ++i) pointers[i] = &values[i];
+  }
+
+  // Interaction callbacks.
+  static PF_Err CheckoutParam(PF_ProgPtr ref, PF_ParamIndex index, int32_t, int32_t, uint32_t, PF_ParamDef* param) {
+    Impl* self = From(ref);
+    Host* h = self->host;
+    ++h->counts_.checkout;
+    if (h->faults_.checkoutError) return h->faults_.checkoutError;
+    if (!param) return PF_Err_BAD_CALLBACK_PARAM;
+    if (index < 0 || index > static_cast<PF_ParamIndex>(h->declared_.size())) return PF_Err_INVALID_INDEX;
+    *param = self->values[static_cast<size_t>(index)];
+    return PF_Err_NONE;
+  }
+  static PF_Err CheckinParam(PF_ProgPtr ref, PF_ParamDef* param) {
+    Host* h = From(ref)->host;
+    ++h->counts_.checkin;
+    return param ? PF_Err_NONE : PF_Err_BAD_CALLBACK_PARAM;
+  }
+  static PF_Err AddParam(PF_ProgPtr ref, PF_ParamIndex index, PF_ParamDef* def) {
+    Impl* self = From(ref);
+    Host* h = self->host;
+    ++h->counts_.addParam;
+    if (h->faults_.addParamFailAt == h->counts_.addParam) return h->faults_.addParamError;
+    if (!def) return PF_Err_BAD_CALLBACK_PARAM;
+    const auto next = static_cast<PF_ParamIndex>(h->declared_.size() + 1);
+    if (index != -1 && index != next) return PF_Err_INVALID_INDEX;
+    DeclaredParam d;
+    d.def = *def;
+    d.def.name[sizeof d.def.name - 1] = 0;
+    if (d.def.param_type == PF_Param_POPUP) {
+      const char* names = def->u.pd.u.namesptr;
+      std::string raw = names ? std::string(names, strnlen(names, kMaxChoicesBytes)) : std::string();
+      size_t start = 0;
+      while (start < raw.size()) {
+        size_t bar = raw.find('|', start);
+        if (bar == std::string::npos) bar = raw.size();
+        d.choices.push_back(raw.substr(start, bar - start));
+        start = bar + 1;
+      }
+      self->choiceStrings.push_back(std::move(raw));
+      d.def.u.pd.u.namesptr = self->choiceStrings.back().c_str();
+    }
+    h->declared_.push_back(std::move(d));
+    return PF_Err_NONE;
+  }
+  static PF_Err Abort(PF_ProgPtr) { return PF_Err_NONE; }
+  static PF_Err Progress(PF_ProgPtr ref, int32_t, int32_t) {
+    Host* h = From(ref)->host;
+    ++h->counts_.progress;
+    if (h->faults_.stopAtProgress == h->counts_.progress) return h->faults_.progressError;
+    return PF_Err_NONE;
+  }
+
+  // Utility callbacks.
+  static PF_Err Copy(PF_ProgPtr ref, PF_EffectWorld* src, PF_EffectWorld* dst, PF_Rect* srcR, PF_Rect* dstR) {
+    Host* h = From(ref)->host;
+    ++h->counts_.copy;
+    if (h->faults_.copyError) return h->faults_.copyError;
+    if (!WorldUsable(src) || !WorldUsable(dst)) return PF_Err_BAD_CALLBACK_PARAM;
+    int32_t st, sl, sb, sr, dt, dl, db, dr;
+    const bool srcAny = ClipRect(*src, srcR, &st, &sl, &sb, &sr);
+    const bool dstAny = ClipRect(*dst, dstR, &dt, &dl, &db, &dr);
+    if (!srcAny || !dstAny) return PF_Err_NONE;
+    if (!src->data || !dst->data) return PF_Err_BAD_CALLBACK_PARAM;
+    // Same-size areas copy; otherwise the overlapping top-left part does.
+    const int32_t rows = std::min(sb - st, db - dt);
+    const size_t bytes = static_cast<size_t>(std::min(sr - sl, dr - dl)) * 4;
+    const auto* s = reinterpret_cast<const uint8_t*>(src->data);
+    auto* d = reinterpret_cast<uint8_t*>(dst->data);
+    for (int32_t y = 0; y < rows; ++y)
+      memmove(d + static_cast<size_t>(dt + y) * dst->rowbytes + static_cast<size_t>(dl) * 4,
+              s + static_cast<size_t>(st + y) * src->rowbytes + static_cast<size_t>(sl) * 4, bytes);
+    return PF_Err_NONE;
+  }
+  static PF_Err Fill(PF_ProgPtr ref, const PF_Pixel* color, const PF_Rect* rect, PF_EffectWorld* world) {
+    Host* h = From(ref)->host;
+    ++h->counts_.fill;
+    if (h->faults_.fillError) return h->faults_.fillError;
+    if (!WorldUsable(world)) return PF_Err_BAD_CALLBACK_PARAM;
+    int32_t t, l, b, r;
+    if (!ClipRect(*world, rect, &t, &l, &b, &r)) return PF_Err_NONE;
+    if (!world->data) return PF_Err_BAD_CALLBACK_PARAM;
+    const PF_Pixel px = color ? *color : PF_Pixel{0, 0, 0, 0};
+    auto* base = reinterpret_cast<uint8_t*>(world->data);
+    for (int32_t y = t; y < b; ++y) {
+      auto* row = reinterpret_cast<PF_Pixel*>(base + static_cast<size_t>(y) * world->rowbytes);
+      for (int32_t x = l; x < r; ++x) row[x] = px;
+    }
+    return PF_Err_NONE;
+  }
+  static PF_Err NewWorld(PF_ProgPtr ref, int32_t width, int32_t height, PF_NewWorldFlags, PF_EffectWorld* world) {
+    Impl* self = From(ref);
+    Host* h = self->host;
+    ++h->counts_.newWorld;
+    if (h->faults_.newWorldError) return h->faults_.newWorldError;
+    if (!world) return PF_Err_BAD_CALLBACK_PARAM;
+    *world = PF_EffectWorld{};
+    if (width < 0 || height < 0 || width > kMaxWorldSide || height > kMaxWorldSide) return PF_Err_BAD_CALLBACK_PARAM;
+    const size_t rowbytes = static_cast<size_t>(width) * 4;
+    // Always a real block, even for 0 × 0, so that the world has pixels to point at.
+    const size_t bytes = rowbytes * static_cast<size_t>(height);
+    std::unique_ptr<uint8_t[]> block(new (std::nothrow) uint8_t[bytes ? bytes : 4]());
+    if (!block) return PF_Err_OUT_OF_MEMORY;
+    *world = WorldOver(block.get(), width, height, static_cast<int32_t>(rowbytes), true);
+    self->worlds[block.get()] = std::move(block);
+    return PF_Err_NONE;
+  }
+  static PF_Err DisposeWorld(PF_ProgPtr ref, PF_EffectWorld* world) {
+    Impl* self = From(ref);
+    ++self->host->counts_.disposeWorld;
+    if (!world) return PF_Err_BAD_CALLBACK_PARAM;
+    auto it = self->worlds.find(world->data);
+    if (it == self->worlds.end()) return PF_Err_BAD_CALLBACK_PARAM;
+    self->worlds.erase(it);
+    *world = PF_EffectWorld{};
+    return PF_Err_NONE;
+  }
+
+  // The plug-in's sprintf is only known by the Host it is called for, so the
+  // ANSI callbacks reach their host through the one currently calling.
+  static thread_local Host* calling;
+  static int Sprintf(char* dst, const char* fmt, ...) {
+    if (calling) ++calling->counts_.sprintf;
+    if (!dst) return -1;
+    if (!fmt) {
+      dst[0] = 0;
+      return 0;
+    }
+    va_list ap;
+    va_start(ap, fmt);
+    int n = vsnprintf(dst, kSprintfBound, fmt, ap);
+    va_end(ap);
+    return n < 0 ? n : std::min(n, static_cast<int>(kSprintfBound - 1));
+  }
+  static char* Strcpy(char* dst, const char* src) {
+    if (calling) ++calling->counts_.strcpy;
+    if (!dst) return dst;
+    if (!src) {
+      dst[0] = 0;
+      return dst;
+    }
+    // The plug-in copies parameter names (32-byte fields) and messages into
+    // return_msg (256 bytes); anything else is held to the name size.
+    size_t bound = kNameBound;
+    if (calling && dst == calling->out_.return_msg) bound = sizeof calling->out_.return_msg;
+    const size_t n = strnlen(src, bound - 1);
+    memmove(dst, src, n);
+    dst[n] = 0;
+    return dst;
+  }
+};
+
+thread_local Host* Host::Impl::calling = nullptr;
+
+Host::Host(PF_EntryFunc entry) : impl_(new Impl()), entry_(entry) {
+  impl_->host = this;
+  impl_->Resize(kMinParams);
+  impl_->values[0].param_type = PF_Param_LAYER;
+
+  PF_InteractCallbacks& inter = in_.inter;
+  inter.checkout_param = &Impl::CheckoutParam;
+  inter.checkin_param = &Impl::CheckinParam;
+  inter.add_param = &Impl::AddParam;
+  inter.abort = &Impl::Abort;
+  inter.progress = &Impl::Progress;
+
+  utils_.copy = &Impl::Copy;
+  utils_.fill = &Impl::Fill;
+  utils_.new_world = &Impl::NewWorld;
+  utils_.dispose_world = &Impl::DisposeWorld;
+  PF_ANSICallbacks& a = utils_.ansi;
+  a.atan = AnsiAtan;
+  a.atan2 = AnsiAtan2;
+  a.ceil = AnsiCeil;
+  a.cos = AnsiCos;
+  a.exp = AnsiExp;
+  a.fabs = AnsiFabs;
+  a.floor = AnsiFloor;
+  a.fmod = AnsiFmod;
+  a.hypot = AnsiHypot;
+  a.log = AnsiLog;
+  a.log10 = AnsiLog10;
+  a.pow = AnsiPow;
+  a.sin = AnsiSin;
+  a.sqrt = AnsiSqrt;
+  a.tan = AnsiTan;
+  a.sprintf = &Impl::Sprintf;
+  a.strcpy = &Impl::Strcpy;
+  a.asin = AnsiAsin;
+  a.acos = AnsiAcos;
+
+  in_.utils = &utils_;
+  in_.effect_ref = reinterpret_cast<PF_ProgPtr>(impl_.get());
+  in_.quality = PF_Quality_HI;
+  in_.version.major = 11;
+  in_.version.minor = 0;
+  in_.appl_id = 0x46585443;  // 'FXTC'
+  in_.num_params = kMinParams;
+  in_.current_time = 0;
+  in_.time_step = 1;
+  in_.local_time_step = 1;
+  in_.total_time = 30;
+  in_.time_scale = 30;
+  in_.field = PF_Field_FRAME;
+  in_.downsample_x = {1, 1};
+  in_.downsample_y = {1, 1};
+  in_.pixel_aspect_ratio = {1, 1};
+}
+
+Host::~Host() = default;
+
+PF_Err Host::Call(PF_Cmd cmd, bool keepOutData) {
+  if (!entry_) return PF_Err_INVALID_CALLBACK;
+  if (!keepOutData) {
+    const PF_Handle global = out_.global_data, sequence = out_.sequence_data, frame = out_.frame_data;
+    out_ = PF_OutData{};
+    out_.global_data = global;
+    out_.sequence_data = sequence;
+    out_.frame_data = frame;
+    out_.out_flags = outFlagsOnEntry_;
+  }
+  in_.num_params = static_cast<int32_t>(impl_->pointers.size());
+  Host* const outer = Impl::calling;
+  Impl::calling = this;
+  const PF_Err err = entry_(cmd, &in_, &out_, impl_->pointers.data(), &impl_->output, nullptr);
+  Impl::calling = outer;
+  return err;
+}
+
+PF_Err Host::ParamsSetup() {
+  declared_.clear();
+  impl_->choiceStrings.clear();
+  const PF_Err err = Call(PF_Cmd_PARAMS_SETUP);
+  impl_->Resize(declared_.size() + 1);
+  SetParamsToDefaults();
+  return err;
+}
+
+void Host::SetParamsToDefaults() {
+  Impl& im = *impl_;
+  for (auto& v : im.values) v = PF_ParamDef{};
+  im.values[0].param_type = PF_Param_LAYER;
+  im.pointDefaults.clear();
+  int32_t w = 0, h = 0;
+  PointFrameSize(&w, &h);
+  for (size_t i = 0; i < declared_.size(); ++i) {
+    PF_ParamDef& p = im.values[i + 1];
+    p = declared_[i].def;
+    p.uu.change_flags = PF_ChangeFlag_NONE;
+    switch (p.param_type) {
+      case PF_Param_SLIDER: p.u.sd.value = p.u.sd.dephault; break;
+      case PF_Param_FIX_SLIDER: p.u.fd.value = p.u.fd.dephault; break;
+      case PF_Param_ANGLE: p.u.ad.value = p.u.ad.dephault; break;
+      case PF_Param_CHECKBOX: p.u.bd.value = p.u.bd.dephault; break;
+      case PF_Param_COLOR: p.u.cd.value = p.u.cd.dephault; break;
+      case PF_Param_POPUP: p.u.pd.value = p.u.pd.dephault; break;
+      case PF_Param_POINT:
+        p.u.td.x_value = PointDefaultPixels(p.u.td.x_dephault, w);
+        p.u.td.y_value = PointDefaultPixels(p.u.td.y_dephault, h);
+        im.pointDefaults.push_back({static_cast<int>(i + 1), p.u.td.x_value, p.u.td.y_value});
+        break;
+      default: break;
+    }
+  }
+  im.pointFrameW = w;
+  im.pointFrameH = h;
+}
+
+PF_Fixed Host::PointDefaultPixels(PF_Fixed percent, int32_t size) {
+  return tarvo::FloatToFixed((percent / 65536.0) / 100.0 * size);
+}
+
+void Host::PointFrameSize(int32_t* w, int32_t* h) const {
+  // Point values are in pixels of the layer as rendered: the frame size
+  // scaled by the downsample factors, as the plug-in scales it.
+  auto scaled = [](int32_t size, const PF_RationalScale& s) -> int32_t {
+    if (s.den == 0) return size;
+    return tarvo::TruncToInt32(size * (static_cast<double>(s.num) / static_cast<double>(s.den)));
+  };
+  const int32_t fw = frameWidth_ > 0 ? frameWidth_ : lastInputWidth_;
+  const int32_t fh = frameHeight_ > 0 ? frameHeight_ : lastInputHeight_;
+  *w = frameWidth_ > 0 ? scaled(fw, in_.downsample_x) : fw;
+  *h = frameHeight_ > 0 ? scaled(fh, in_.downsample_y) : fh;
+}
+
+PF_Err Host::Render(const Image& input, Image& output) {
+  if (!input.Valid() || !output.Valid()) return PF_Err_BAD_CALLBACK_PARAM;
+  if (input.width != output.width || input.height != output.height) return PF_Err_BAD_CALLBACK_PARAM;
+  Impl& im = *impl_;
+  lastInputWidth_ = input.width;
+  lastInputHeight_ = input.height;
+  in_.width = frameWidth_ > 0 ? frameWidth_ : input.width;
+  in_.height = frameHeight_ > 0 ? frameHeight_ : input.height;
+  in_.extent_hint.top = 0;
+  in_.extent_hint.left = 0;
+  in_.extent_hint.bottom = static_cast<int16_t>(std::min(in_.height, int32_t{INT16_MAX}));
+  in_.extent_hint.right = static_cast<int16_t>(std::min(in_.width, int32_t{INT16_MAX}));
+
+  // Points still at the defaults derived for another frame size follow the new one.
+  int32_t pw = 0, ph = 0;
+  PointFrameSize(&pw, &ph);
+  if (pw != im.pointFrameW || ph != im.pointFrameH) {
+    for (auto& pd : im.pointDefaults) {
+      PF_PointDef& td = im.values[static_cast<size_t>(pd.index)].u.td;
+      if (td.x_value == pd.x && td.y_value == pd.y) {
+        td.x_value = pd.x = PointDefaultPixels(td.x_dephault, pw);
+        td.y_value = pd.y = PointDefaultPixels(td.y_dephault, ph);
+      }
+    }
+    im.pointFrameW = pw;
+    im.pointFrameH = ph;
+  }
+
+  PF_ParamDef& layer = im.values[0];
+  layer = PF_ParamDef{};
+  layer.param_type = PF_Param_LAYER;
+  layer.u.ld = WorldOver(input.data.data(), input.width, input.height, input.rowbytes, false);
+  layer.u.ld.dephault = PF_LayerDefault_MYSELF;
+  im.output = WorldOver(output.data.data(), output.width, output.height, output.rowbytes, true);
+  const PF_Err err = Call(PF_Cmd_RENDER);
+  im.output = PF_EffectWorld{};
+  layer.u.ld.data = nullptr;
+  return err;
+}
+
+PF_ParamDef& Host::Param(int index) {
+  if (index < 0 || static_cast<size_t>(index) >= impl_->values.size()) {
+    static thread_local PF_ParamDef scratch;
+    scratch = PF_ParamDef{};
+    return scratch;
+  }
+  return impl_->values[static_cast<size_t>(index)];
+}
+
+int Host::NumParams() const { return static_cast<int>(impl_->values.size()); }
+
+int Host::LiveWorlds() const { return static_cast<int>(impl_->worlds.size()); }
+
+void Host::SetTime(int32_t current, int32_t step, uint32_t scale) {
+  in_.current_time = current;
+  in_.time_step = step;
+  in_.local_time_step = step;
+  in_.time_scale = scale;
+}
+
+void Host::SetDownsample(int32_t nx, uint32_t dx, int32_t ny, uint32_t dy) {
+  in_.downsample_x = {nx, dx};
+  in_.downsample_y = {ny, dy};
+}
+
+void Host::SetFrameSize(int32_t width, int32_t height) {
+  frameWidth_ = width > 0 ? width : 0;
+  frameHeight_ = height > 0 ? height : 0;
+}
+
+std::string Host::ErrorMessage() const {
+  if (!(out_.out_flags & PF_OutFlag_DISPLAY_ERROR_MESSAGE)) return "";
+  return std::string(out_.return_msg, strnlen(out_.return_msg, sizeof out_.return_msg));
+}
+
+std::string Host::ReturnMessage() const {
+  return std::string(out_.return_msg, strnlen(out_.return_msg, sizeof out_.return_msg));
+}
+
+}  // namespace tarvo::host

@@ -35,10 +35,12 @@ class Module {
   static std::unique_ptr<Module> Load(const std::string& path, std::string* error);
   // The module this build of the project produced (its path is compiled in).
   static std::unique_ptr<Module> LoadBuilt(std::string* error);
+  static std::string BuiltModulePath();
   ~Module();
 
   PF_EntryFunc Entry() const { return entry_; }
-  // The property list the host reads before calling the entry point.
+  // The property list the host reads before calling the entry point; empty
+  // when the module carries none.
   const std::vector<uint8_t>& PropertyList() const { return pipl_; }
   // Null when the module was built without its test interface.
   ModuleAllocStats* AllocStats() const { return stats_; }
@@ -57,10 +59,18 @@ struct PropertyInfo {
   int ePVRMajor = 0, ePVRMinor = 0, eSVRMajor = 0, eSVRMinor = 0;
   uint32_t version = 0;
   int32_t globalFlags = 0;
+  uint16_t infoFlags = 0;
+  uint32_t reservedInfo = 0, reserved = 0;  // aeFL, aeRD
+  std::vector<std::string> keys;            // every key, in list order
   bool ok = false;
   std::string error;
 };
+// Decodes the list; ok = false with a one-line error for truncated or
+// malformed bytes. Unknown keys are listed in keys and otherwise skipped.
 PropertyInfo ParsePropertyList(const std::vector<uint8_t>& bytes);
+// "" when info describes an effect this host can drive (kind eFKT, entry
+// point "main", specification 11.x); otherwise what is wrong.
+std::string CheckEffectProperties(const PropertyInfo& info);
 
 // An 8-bit ARGB image in host memory; rowbytes may exceed width × 4.
 struct Image {
@@ -69,6 +79,8 @@ struct Image {
 
   Image() = default;
   Image(int32_t w, int32_t h, int32_t rowbytes = 0);  // rowbytes 0: width × 4; zero-filled
+  // Sizes non-negative, rows at least width × 4 bytes, data large enough.
+  bool Valid() const;
   PF_Pixel* Row(int32_t y) { return reinterpret_cast<PF_Pixel*>(data.data() + static_cast<size_t>(y) * rowbytes); }
   const PF_Pixel* Row(int32_t y) const { return reinterpret_cast<const PF_Pixel*>(data.data() + static_cast<size_t>(y) * rowbytes); }
   PF_Pixel& At(int32_t y, int32_t x) { return Row(y)[x]; }
@@ -77,8 +89,11 @@ struct Image {
 
 // One parameter definition as the plug-in declared it through add_param.
 struct DeclaredParam {
-  PF_ParamDef def;
-  std::vector<std::string> choices;  // popups: the '|'-separated names, copied at add_param
+  PF_ParamDef def;  // popups: namesptr points at the host's own copy
+  // Popups: the '|'-separated names, copied at add_param. A closing '|'
+  // ends the list without adding a name; values past the names are valid
+  // but unnamed.
+  std::vector<std::string> choices;
 };
 
 // Which callback to make fail, and with what.
@@ -116,12 +131,20 @@ class Host {
   // Records every definition and, from them, sets up the parameter array
   // with each parameter at its declared default (as a host does).
   PF_Err ParamsSetup();
-  // Renders input into output (sizes must match). The frame size in
-  // PF_InData follows the input unless SetFrameSize was called.
+  // Puts every parameter back at its declared default. A point's default is
+  // its declared percentage of the layer in pixels (layer = frame size after
+  // downsampling, or the last input's size). A point left at that default
+  // follows the layer when a later render changes its size.
+  void SetParamsToDefaults();
+  // Renders input into output (sizes must match, both Valid; otherwise
+  // PF_Err_BAD_CALLBACK_PARAM without calling the plug-in). The frame size
+  // in PF_InData follows the input unless SetFrameSize was called.
   PF_Err Render(const Image& input, Image& output);
 
-  // Parameter values, index 1..16 as declared (0 is the input layer).
+  // Parameter values, index 1..16 as declared (0 is the input layer). An
+  // index outside the array gives a zeroed scratch definition.
   PF_ParamDef& Param(int index);
+  // Length of the parameter array handed to the plug-in (at least 17).
   int NumParams() const;
   const std::vector<DeclaredParam>& Declared() const { return declared_; }
 
@@ -139,6 +162,13 @@ class Host {
   // The message the plug-in left for the user, or "" when it set no
   // display-error flag.
   std::string ErrorMessage() const;
+  // return_msg as left by the last call, whatever the flags.
+  std::string ReturnMessage() const;
+  // Worlds made by new_world and not yet disposed of.
+  int LiveWorlds() const;
+
+  // percent (16.16) of size pixels, in 16.16 pixels, truncated as a host does.
+  static PF_Fixed PointDefaultPixels(PF_Fixed percent, int32_t size);
 
  private:
   struct Impl;
@@ -152,6 +182,9 @@ class Host {
   Faults faults_;
   CallCounts counts_;
   int32_t frameWidth_ = 0, frameHeight_ = 0;
+  int32_t lastInputWidth_ = 0, lastInputHeight_ = 0;
+
+  void PointFrameSize(int32_t* w, int32_t* h) const;
 };
 
 }  // namespace tarvo::host
