@@ -16,7 +16,8 @@ struct ArcTanTable {
 
   ArcTanTable() : built(0) {}
   void Build();
-  // arctan(x) for 0 ≤ x ≤ 1, in radians.
+  // arctan(x) for 0 ≤ x ≤ 1, in radians. Below 0 (and not-a-number) gives 0,
+  // above 1 gives arctan(1); the table is never read outside its entries.
   float Lookup(float x) const;
 };
 
@@ -26,7 +27,9 @@ float SinDeg(float degrees);  // from g_sineTable
 float CosDeg(float degrees);
 
 float FrameIndex();                         // current_time ÷ time_step (0 when time_step is 0)
-float FrequencyPhaseOffset(float frequency);  // degrees the rings have travelled
+// Degrees the rings have travelled: FrameIndex × frequency × 360 / time_scale
+// (time_scale 0 gives ±infinity or not-a-number).
+float FrequencyPhaseOffset(float frequency);
 int32_t RenderQualityLevel();               // 2 at the host's high quality, else 1
 
 }  // namespace tarvo
