@@ -1,0 +1,169 @@
+// The area sampler. Edges are 16.16 fixed point; coverage is kept to 1/256
+// of a pixel per row and per column. The sums are 64-bit: inside the classic
+// limits (256 columns, 32,896 whole pixels) every step gives exactly what
+// 32-bit sums give, and larger boxes still average instead of wrapping.
+// Box edge sums (y + h, x + w) are taken in 64 bits so extreme boxes cannot
+// wrap, and every row and column loop is clipped to the image.
+#include "area_sampler.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "fixed_point.h"
+
+namespace tarvo {
+namespace {
+
+inline int32_t Frac8(int64_t f) { return static_cast<int32_t>((f & 0xFFFF) >> 8); }
+inline int64_t Trunc8(int64_t f) { return f & ~static_cast<int64_t>(0xFF); }
+// Integer part of a 16.16 value: arithmetic shift, so −0.25 is in row −1.
+inline int64_t IntPart(int64_t f) { return f >> 16; }
+
+inline double FixedToFloat64(int64_t f) { return static_cast<double>(f) / 65536.0; }
+
+// min(255, truncated v); a quotient beyond the int32 range still clamps to
+// 255, and a value that is not a number reads as 0.
+inline uint8_t ClampChannel(double v) {
+  if (v >= 255.0) return 255;
+  if (!(v > 0.0)) return 0;
+  return static_cast<uint8_t>(TruncToInt32(v));
+}
+
+}  // namespace
+
+AxisExtent QuadAxisExtent(float a, float b, float c, float d, int16_t size) {
+  const float lo = std::min(std::min(a, b), std::min(c, d));
+  const float hi = std::max(std::max(a, b), std::max(c, d));
+  AxisExtent e;
+  e.lo = lo;
+  e.extent = hi - lo;
+  e.clipped = std::min(hi, static_cast<float>(size)) - std::max(lo, 0.0f);
+  return e;
+}
+
+void AddWeighted(PixelSum& sum, const PF_Pixel& pixel, int32_t weight) {
+  const uint64_t w = weight == 255 ? 256u : static_cast<uint64_t>(static_cast<uint32_t>(weight));
+  sum.alpha += pixel.alpha * w;
+  sum.red += pixel.red * w;
+  sum.green += pixel.green * w;
+  sum.blue += pixel.blue * w;
+}
+
+void AddScaled(PixelSum& sum, const PixelSum& row, int32_t weight) {
+  if (weight == 255) {
+    sum.alpha += row.alpha;
+    sum.red += row.red;
+    sum.green += row.green;
+    sum.blue += row.blue;
+    return;
+  }
+  const uint64_t w = static_cast<uint32_t>(weight);
+  sum.alpha += (row.alpha * w) >> 8;
+  sum.red += (row.red * w) >> 8;
+  sum.green += (row.green * w) >> 8;
+  sum.blue += (row.blue * w) >> 8;
+}
+
+PixelSum RowBoxSum(const PF_Pixel* row, int32_t x, int32_t w, int32_t width) {
+  PixelSum sum;
+  const int64_t xEnd = static_cast<int64_t>(x) + w;
+  const int64_t c0 = IntPart(x);
+  const int64_t c1 = IntPart(xEnd);
+  const int64_t first = std::max<int64_t>(c0, 0);
+  const int64_t last = std::min<int64_t>(c1, static_cast<int64_t>(width) - 1);
+  if (last < first) return sum;
+
+  const int32_t leftCut = Frac8(x);
+  const int32_t rightCut = 256 - Frac8(xEnd);
+  auto edgeWeight = [&](int64_t column) {
+    int32_t weight = 256;
+    if (column == c0) weight -= leftCut;
+    if (column == c1) weight -= rightCut;
+    return weight;
+  };
+
+  // The end columns carry their own weights; every column between them has
+  // weight 256, so those are summed plainly and scaled once.
+  int64_t innerFirst = first;
+  int64_t innerLast = last;
+  const int32_t firstWeight = edgeWeight(first);
+  if (firstWeight != 256) {
+    if (firstWeight != 0) AddWeighted(sum, row[first], firstWeight);
+    ++innerFirst;
+  }
+  if (last >= innerFirst) {
+    const int32_t lastWeight = edgeWeight(last);
+    if (lastWeight != 256) {
+      if (lastWeight != 0) AddWeighted(sum, row[last], lastWeight);
+      --innerLast;
+    }
+  }
+
+  uint64_t a = 0, r = 0, g = 0, b = 0;
+  const PF_Pixel* p = row + innerFirst;
+  const PF_Pixel* const end = row + innerLast + 1;
+  for (; p < end; ++p) {
+    a += p->alpha;
+    r += p->red;
+    g += p->green;
+    b += p->blue;
+  }
+  sum.alpha += a << 8;
+  sum.red += r << 8;
+  sum.green += g << 8;
+  sum.blue += b << 8;
+  return sum;
+}
+
+PF_Pixel NormalizeSum(const PixelSum& sum, float covered, float area) {
+  if (covered == 0.0f) covered = 1.0f;
+  if (area == 0.0f) area = 1.0f;
+  const double a = static_cast<float>(static_cast<double>(covered) * 255.0);
+  const double b = static_cast<float>(static_cast<double>(area) * 255.0);
+  PF_Pixel out;
+  out.red = ClampChannel(static_cast<double>(sum.red) / b);
+  out.green = ClampChannel(static_cast<double>(sum.green) / b);
+  out.blue = ClampChannel(static_cast<double>(sum.blue) / b);
+  out.alpha = ClampChannel(static_cast<double>(sum.alpha) / a);
+  return out;
+}
+
+PF_Pixel BoxSample(const PixelImage& image, int32_t x, int32_t w, int32_t y, int32_t h, float area) {
+  PixelSum sum;
+  const int32_t imageHeight = image.Height();
+  const int32_t imageWidth = image.Width();
+  const int64_t yEnd = static_cast<int64_t>(y) + h;
+  const int64_t r0 = IntPart(y);
+  const int64_t r1 = IntPart(yEnd);
+  const int64_t first = std::max<int64_t>(r0, 0);
+  const int64_t last = r1 >= imageHeight ? imageHeight - 1 : r1;
+
+  if (first < imageHeight && first <= last && imageWidth > 0 && image.HasPixels()) {
+    const int32_t topCut = Frac8(y);
+    const int32_t bottomCut = 256 - Frac8(yEnd);
+    RowCursor cursor = image.RowAt(static_cast<int16_t>(first));
+    for (int64_t row = first; row <= last; ++row, cursor.Next()) {
+      int32_t weight = 256;
+      if (row == r0) weight -= topCut;
+      if (row == r1) weight -= bottomCut;
+      if (weight > 0) AddScaled(sum, RowBoxSum(cursor.Pixels(), x, w, imageWidth), weight);
+    }
+  }
+
+  const int64_t xEnd = static_cast<int64_t>(x) + w;
+  const float boxWidth = static_cast<float>(FixedToFloat64(Trunc8(xEnd) - Trunc8(x)));
+  const float boxHeight = static_cast<float>(FixedToFloat64(Trunc8(yEnd) - Trunc8(y)));
+  const float covered = boxWidth * boxHeight;
+  return NormalizeSum(sum, std::fabs(covered), std::fabs(area));
+}
+
+PF_Pixel AreaSampleQuad(const PixelImage& image, float p1v, float p1h, float p2v, float p2h, float p3v,
+                        float p3h, float p4v, float p4h) {
+  const AxisExtent v = QuadAxisExtent(p1v, p2v, p3v, p4v, image.Height());
+  const AxisExtent hz = QuadAxisExtent(p1h, p2h, p3h, p4h, image.Width());
+  const float area = v.clipped * hz.clipped;
+  return BoxSample(image, FloatToFixed(hz.lo), FloatToFixed(hz.extent), FloatToFixed(v.lo), FloatToFixed(v.extent),
+                   area);
+}
+
+}  // namespace tarvo
