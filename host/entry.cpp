@@ -1,4 +1,47 @@
-// Placeholder entry point; replaced by the real dispatch.
+// The module's entry point: every host command passes through here.
+//
+// The host calls "main" once per command. It records the call, runs the
+// command through a RippleEffect built for this call only, and always
+// answers PF_Err_NONE: failures reach the user through return_msg.
+#include "call_context.h"
 #include "host_api.h"
-extern "C" __attribute__((visibility("default"))) PF_Err PluginMain(PF_Cmd, PF_InData*, PF_OutData*, PF_ParamDef**, PF_LayerDef*, void*) __asm__("main");
-extern "C" PF_Err PluginMain(PF_Cmd, PF_InData*, PF_OutData*, PF_ParamDef**, PF_LayerDef*, void*) { return 0; }
+#include "plugin_alloc.h"
+#include "ripple_effect.h"
+
+namespace tarvo {
+
+// Builds the effect for this call, dispatches the recorded command and
+// destroys the effect (a local object: destroyed on every way out).
+int32_t RunEffectCommand() {
+  RippleEffect effect;
+  effect.Dispatch();
+  return 0;
+}
+
+}  // namespace tarvo
+
+#if defined(_WIN32)
+// Exported as "main" by the module-definition file.
+extern "C" PF_Err __cdecl PluginMain(PF_Cmd cmd, PF_InData* in_data, PF_OutData* out_data, PF_ParamDef* params[],
+                                     PF_LayerDef* output, void* extra);
+#define TARVO_EXPORT
+#else
+// The symbol is "main", but to the compiler this is an ordinary function,
+// not a program's main.
+#define TARVO_EXPORT __attribute__((visibility("default")))
+extern "C" TARVO_EXPORT PF_Err PluginMain(PF_Cmd cmd, PF_InData* in_data, PF_OutData* out_data,
+                                          PF_ParamDef* params[], PF_LayerDef* output, void* extra)
+    __asm__("main");
+#endif
+
+extern "C" PF_Err PF_CDECL PluginMain(PF_Cmd cmd, PF_InData* in_data, PF_OutData* out_data, PF_ParamDef* params[],
+                                      PF_LayerDef* output, void* extra) {
+  tarvo::StoreHostCall(cmd, in_data, out_data, params, output, extra);
+  tarvo::RunEffectCommand();
+  return PF_Err_NONE;
+}
+
+#if defined(TARVO_TEST_INTERFACE)
+// Lets a test host watch and fail the plug-in's allocations.
+extern "C" TARVO_EXPORT tarvo::AllocStats* TarvoAllocStats(void) { return tarvo::PluginAllocStats(); }
+#endif
