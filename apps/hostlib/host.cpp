@@ -625,6 +625,13 @@ void Host::SetParamsToDefaults() {
   im.pointFrameH = h;
 }
 
+void Host::SetPointPixels(int index, PF_Fixed x, PF_Fixed y) {
+  PF_ParamDef& p = Param(index);
+  p.u.td.x_value = x;
+  p.u.td.y_value = y;
+  std::erase_if(impl_->pointDefaults, [index](const Impl::PointDefault& d) { return d.index == index; });
+}
+
 PF_Fixed Host::PointDefaultPixels(PF_Fixed percent, int32_t size) {
   return tarvo::FloatToFixed((percent / 65536.0) / 100.0 * size);
 }

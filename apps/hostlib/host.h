@@ -136,6 +136,9 @@ class Host {
   // downsampling, or the last input's size). A point left at that default
   // follows the layer when a later render changes its size.
   void SetParamsToDefaults();
+  // Sets the point at index to (x, y) layer pixels (16.16); it then stays
+  // there whatever the layer size.
+  void SetPointPixels(int index, PF_Fixed x, PF_Fixed y);
   // Renders input into output (sizes must match, both Valid; otherwise
   // PF_Err_BAD_CALLBACK_PARAM without calling the plug-in). The frame size
   // in PF_InData follows the input unless SetFrameSize was called.

@@ -349,6 +349,16 @@ TEST_F(HostCallbacks, RenderHandsOverBothWorldsAndTheTime) {
     return PF_Err_NONE;
   };
   ASSERT_EQ(host.Render(big, bigOut), PF_Err_NONE);
+
+  // A point set through SetPointPixels never follows the layer, even at (0, 0).
+  host.SetPointPixels(3, 0, 0);
+  Image small(2, 2), smallOut(2, 2);
+  g_script = [](const Call& c) {
+    EXPECT_EQ(c.params[3]->u.td.x_value, 0);
+    EXPECT_EQ(c.params[3]->u.td.y_value, 0);
+    return PF_Err_NONE;
+  };
+  ASSERT_EQ(host.Render(small, smallOut), PF_Err_NONE);
 }
 
 TEST_F(HostCallbacks, RenderRefusesMismatchedOrBrokenImagesWithoutCallingThePlugin) {
