@@ -1,0 +1,142 @@
+// Spreading the field over the frame: every computed entry moves the grid
+// points that share its offset — four mirrored points when the field is
+// symmetric, a point and its reflection through the centre when rotated.
+//
+// A grid point whose offset has direction φ is written at
+//   (centreY − r′·sin(φ + dθ), centreX + r′·cos(φ + dθ)),  r′ = d + dr,
+// with sine and cosine read from g_sineTable. Only grid points inside rows
+// 0..height and columns 0..width are written, each at most once.
+//
+// The Sink receives the spans and the points:
+//   void Span(int32_t row, int32_t first, int32_t last);
+//   Writer Row(int32_t row);   // Writer::Put(int32_t column, float row, float column)
+#pragma once
+
+#include <stdint.h>
+
+#include <algorithm>
+
+#include "ripple_renderer.h"
+#include "table_reads.h"
+
+namespace tarvo {
+
+template <class Sink>
+void SpreadSymmetric(const RippleRenderer& rr, Sink& sink) {
+  const QuadrantField& q = *rr.quadrant;
+  const int32_t* sine = g_sineTable.entries;
+  const int32_t cc = rr.centreCol;
+  const int32_t w = rr.width;
+  const double cy = rr.centreY, cx = rr.centreX;
+  for (int32_t j = 0; j < rr.quadRows; ++j) {
+    const bool up = rr.UpperRowInside(j), lo = rr.LowerRowInside(j);
+    if (!up && !lo) continue;
+    const int32_t upRow = rr.centreRow - j, loRow = rr.centreRow + 1 + j;
+    const int32_t n = q.rowLength[j];
+    const int32_t first = std::max(cc - n + 1, 0), last = std::min(cc + n, w);
+    if (up) sink.Span(upRow, first, last);
+    if (lo) sink.Span(loRow, first, last);
+
+    // Entries whose right-hand column (cc + 1 + i) and left-hand column
+    // (cc − i) stay inside 0..width.
+    const int32_t rBegin = std::max(0, -cc - 1), rEnd = std::min(n, w - cc);
+    const int32_t lBegin = std::max(0, cc - w), lEnd = std::min(n, cc + 1);
+    const ColumnRange reach = rr.SymmetricReach(j, n);
+    auto upper = sink.Row(up ? upRow : loRow);
+    auto lower = sink.Row(lo ? loRow : upRow);
+    const Polar* polar = q.polar + q.Index(j, 0);
+    const Displacement* disp = q.displacement + q.Index(j, 0);
+    for (int32_t i = reach.begin; i < reach.end; ++i) {
+      const bool right = i >= rBegin && i < rEnd;
+      const bool left = i >= lBegin && i < lEnd;
+      const double a = polar[i].direction;
+      const double dTheta = disp[i].angular;
+      const double rp = static_cast<double>(polar[i].distance) + disp[i].radial;
+      // Upper right (direction a) and its reflection, lower left.
+      if ((up && right) || (lo && left)) {
+        const double theta = a + dTheta;
+        const double s = ReadWave(static_cast<float>(theta), sine);
+        const double c = ReadWave(static_cast<float>(theta + 90.0), sine);
+        if (up && right) upper.Put(cc + 1 + i, static_cast<float>(cy - rp * s), static_cast<float>(cx + rp * c));
+        if (lo && left) lower.Put(cc - i, static_cast<float>(cy + rp * s), static_cast<float>(cx - rp * c));
+      }
+      // Upper left (direction 180 − a) and its reflection, lower right.
+      if ((up && left) || (lo && right)) {
+        const double b = dTheta - (a - 180.0);
+        const double s = ReadWave(static_cast<float>(b), sine);
+        const double c = ReadWave(static_cast<float>(b + 90.0), sine);
+        if (up && left) upper.Put(cc - i, static_cast<float>(cy - rp * s), static_cast<float>(cx + rp * c));
+        if (lo && right) lower.Put(cc + 1 + i, static_cast<float>(cy + rp * s), static_cast<float>(cx - rp * c));
+      }
+    }
+  }
+}
+
+// The rotated field writes the reflection of buffer column c into column
+// rightShift − c of the lower row. The exact reflection of the offset
+// c − 0.5 − width is column rightShift + 1 − c, so with no displacement the
+// lower half samples one column to the right. That is the effect's defined
+// output, kept so that renders match it pixel for pixel.
+template <class Sink>
+void SpreadRotated(const RippleRenderer& rr, Sink& sink) {
+  const QuadrantField& q = *rr.quadrant;
+  const EllipseSpans& spans = *rr.spans;
+  const int32_t* sine = g_sineTable.entries;
+  const int32_t w = rr.width;
+  const int32_t ls = rr.leftShift, rs = rr.rightShift;
+  const double cy = rr.centreY, cx = rr.centreX;
+  for (int32_t j = 0; j < rr.quadRows; ++j) {
+    if (!spans.hasSpan[j]) continue;
+    const int32_t fc = spans.firstCol[j], lc = spans.lastCol[j];
+    const int32_t upRow = rr.centreRow - j, loRow = rr.centreRow + 1 + j;
+    const int32_t uFirst = std::max(fc - ls, 0), uLast = std::min(lc - ls, w);
+    const int32_t lFirst = std::max(rs - lc, 0), lLast = std::min(rs - fc, w);
+    const bool up = rr.UpperRowInside(j) && uFirst <= uLast;
+    const bool lo = rr.LowerRowInside(j) && lFirst <= lLast;
+    if (up) sink.Span(upRow, uFirst, uLast);
+    if (lo) sink.Span(loRow, lFirst, lLast);
+    if (!up && !lo) continue;
+
+    const ColumnRange reach = rr.RotatedReach(j);
+    auto upper = sink.Row(up ? upRow : loRow);
+    auto lower = sink.Row(lo ? loRow : upRow);
+    const Polar* polar = q.polar + q.Index(j, 0);
+    const Displacement* disp = q.displacement + q.Index(j, 0);
+    for (int32_t c = reach.begin; c < reach.end; ++c) {
+      const int32_t upCol = c - ls, loCol = rs - c;
+      const bool upPoint = up && upCol >= uFirst && upCol <= uLast;
+      const bool loPoint = lo && loCol >= lFirst && loCol <= lLast;
+      if (!upPoint && !loPoint) continue;
+      const double theta = static_cast<double>(polar[c].direction) + disp[c].angular;
+      const double rp = static_cast<double>(polar[c].distance) + disp[c].radial;
+      const double s = ReadWave(static_cast<float>(theta), sine);
+      const double co = ReadWave(static_cast<float>(theta + 90.0), sine);
+      if (upPoint) upper.Put(upCol, static_cast<float>(cy - rp * s), static_cast<float>(cx + rp * co));
+      if (loPoint) lower.Put(loCol, static_cast<float>(cy + rp * s), static_cast<float>(cx - rp * co));
+    }
+  }
+}
+
+template <class Sink>
+void SpreadFieldTo(const RippleRenderer& rr, Sink& sink) {
+  if (rr.symmetric) {
+    SpreadSymmetric(rr, sink);
+  } else {
+    SpreadRotated(rr, sink);
+  }
+}
+
+// The production sink: writes straight into the source map.
+struct SourceMapSink {
+  SourceMap& map;
+
+  struct Writer {
+    MapPoint* row;
+    void Put(int32_t column, float r, float c) { row[column] = MapPoint{r, c}; }
+  };
+
+  void Span(int32_t row, int32_t first, int32_t last) { map.SetRowSpan(row, first, last); }
+  Writer Row(int32_t row) { return Writer{map.entries + static_cast<int64_t>(row) * map.cols}; }
+};
+
+}  // namespace tarvo

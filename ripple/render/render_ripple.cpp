@@ -1,0 +1,93 @@
+#include "render_ripple.h"
+
+#include "call_ops.h"
+#include "chaos.h"
+#include "geometry.h"
+#include "output_stage.h"
+#include "ripple_renderer.h"
+#include "source_map.h"
+#include "wave_table.h"
+
+namespace tarvo {
+
+float StretchFactor(double stretchValue) {
+  const double s = stretchValue * 0.1;
+  return static_cast<float>(s < 0.0 ? 1.0 / (1.0 - s) : s + 1.0);
+}
+
+void ScaleByIntensity(int32_t intensity, float& waveHeight, float& angularHeight, float& waveWidth) {
+  if (intensity == kIntensityLow) {
+    waveHeight = static_cast<float>(waveHeight * static_cast<double>(0.1f));
+    angularHeight = static_cast<float>(angularHeight * static_cast<double>(0.1f));
+  } else if (intensity == kIntensitySuper) {
+    waveHeight = static_cast<float>(waveHeight * 10.0);
+    angularHeight = static_cast<float>(angularHeight * 10.0);
+    waveWidth = static_cast<float>(waveWidth * 5.0);
+  }
+}
+
+float FloorStretch(float stretch) { return static_cast<double>(stretch) < 0.1 ? 0.1f : stretch; }
+
+int32_t ChooseSamplingMode(int32_t quality, int32_t antialias) {
+  if (quality == 2) return antialias == 0 ? kSampleArea : kSampleBilinear;
+  return antialias == 2 ? kSampleNearest : kSampleBilinear;
+}
+
+RippleLengths ToSourcePixels(int32_t width, int32_t height, float waveHeight, float angularHeight, float waveWidth,
+                             float radius, float centreX, float centreY) {
+  const float wf = static_cast<float>(width);
+  const double halfW = width / 2;
+  double divisor = static_cast<double>(waveWidth) * wf;
+  if (divisor < 1.0) divisor = 1.0;
+  RippleLengths out;
+  out.centreRow = static_cast<float>(static_cast<double>(centreY) * height);
+  out.centreCol = static_cast<float>(static_cast<double>(centreX) * wf);
+  out.waveHeightPx = static_cast<float>(waveHeight * halfW);
+  out.angularHeightPx = static_cast<float>(angularHeight * halfW);
+  out.degreesPerPixel = static_cast<float>(180.0 / divisor);
+  out.radiusPx = static_cast<float>(static_cast<double>(radius) * wf);
+  return out;
+}
+
+void RenderRipple(const PixelImage& source, PixelImage& destination, float waveHeight, float angularHeight,
+                  float waveWidth, float radius, float stretch, float stretchAngle, float phase, int32_t waveform,
+                  int32_t pinMode, int32_t twirl, float centreX, float centreY, float chaos, int32_t antialias,
+                  float chaosBlend, int32_t quality, int32_t intensity) {
+  ScaleByIntensity(intensity, waveHeight, angularHeight, waveWidth);
+  g_arcTanTable.Build();
+  stretch = FloorStretch(stretch);
+  const int32_t mode = ChooseSamplingMode(quality, antialias);
+  const int32_t width = source.Width();
+  const int32_t height = source.Height();
+  const RippleLengths px =
+      ToSourcePixels(width, height, waveHeight, angularHeight, waveWidth, radius, centreX, centreY);
+
+  g_sineTable.Build(kSine, false);
+  if (chaosBlend > 0.0f) {
+    BuildRippleWave(g_rippleWave, static_cast<uint32_t>(waveform), chaos, chaosBlend);
+  } else {
+    g_rippleWave.Build(static_cast<uint32_t>(waveform), true);
+  }
+
+  if (!CreatePinProfiles(pinMode, height + 1, width + 1)) {
+    // Already reported; release whichever profile was obtained.
+    FreePinProfiles();
+    return;
+  }
+
+  const RenderSetup setup{&source, width, height, mode, g_backgroundPixel};
+  RippleRenderer renderer(setup, px.centreRow, px.centreCol, source, px.waveHeightPx, px.angularHeightPx,
+                          px.degreesPerPixel, px.radiusPx, stretch, stretchAngle, phase, pinMode, twirl,
+                          g_rippleWave);
+  if (!renderer.ready) {
+    ReportOutOfMemory();
+  } else if (!renderer.aborted) {
+    renderer.SpreadField();
+    if (pinMode != 0) PinSourceMap(*renderer.sourceMap);
+    ResampleOutput(*renderer.sourceMap, destination, mode);
+  }
+  FreePinProfiles();
+  // The renderer releases its buffers as it leaves scope.
+}
+
+}  // namespace tarvo

@@ -1,0 +1,78 @@
+// Inline table reads for the per-offset loops: the same arithmetic as
+// WaveTableLookup and ArcTanTable::Lookup, without a call per read.
+#pragma once
+
+#include <math.h>
+#include <stdint.h>
+
+#include "fixed_point.h"
+#include "geometry.h"
+#include "wave_table.h"
+
+namespace tarvo {
+
+// One period of degrees in 16.16.
+constexpr int64_t kWavePeriodFixed = 360 * 65536;
+
+// The table's value at any angle in degrees, in [−1, +1].
+inline float ReadWave(float angle, const int32_t* entries) {
+  if (!(fabsf(angle) <= 32000.0f)) {
+    // Range reduction only for large angles; anything non-finite ends as a
+    // defined index through FloatToFixed.
+    if (angle >= 0.0f) {
+      angle = static_cast<float>(fmod(static_cast<double>(angle), 360.0));
+    } else {
+      angle = static_cast<float>(360.0 - fmod(-static_cast<double>(angle), 360.0) -
+                                 static_cast<double>(0.01f));
+    }
+  }
+  const int64_t t = FloatToFixed(static_cast<double>(angle));
+  int64_t r;
+  if (t >= 0) {
+    r = t < kWavePeriodFixed ? t : t % kWavePeriodFixed;
+  } else {
+    r = kWavePeriodFixed - (-t) % kWavePeriodFixed;
+  }
+  const int32_t i = static_cast<int32_t>(r >> 16);
+  const int32_t f = static_cast<int32_t>((r >> 8) & 255);
+  const int32_t v = (entries[i] * (256 - f) + entries[i + 1] * f) >> 8;
+  return static_cast<float>(v * 1.52587890625e-05);
+}
+
+inline float ReadWave(float angle, const WaveTable& table) { return ReadWave(angle, table.entries); }
+
+// arctan(x) in radians for 0 ≤ x ≤ 1 from g_arcTanTable.
+inline float ReadArcTan(float x) {
+  const ArcTanTable& t = g_arcTanTable;
+  const float s = static_cast<float>((static_cast<double>(x) + t.offset) * t.invStep);
+  const int32_t fixed = FloatToFixed(static_cast<double>(s));
+  const uint32_t i = (static_cast<uint32_t>(fixed) >> 16) & 0xFFFF;
+  const int32_t f = (fixed & 0xFFFF) >> 8;
+  // At x = 1 the fraction is 0 and the entry after the last is not read;
+  // an index past the table (never from FastAtan2's ratios) reads the end.
+  if (i >= ArcTanTable::kEntries - 1) return static_cast<float>(FixedToFloat(t.entries[ArcTanTable::kEntries - 1]));
+  const int32_t v = f == 0 ? t.entries[i] : (t.entries[i] * (256 - f) + t.entries[i + 1] * f) >> 8;
+  return static_cast<float>(FixedToFloat(v));
+}
+
+// The angle of the point (x, y) in radians, −π..π, folded onto the [0, 1]
+// arctangent table.
+inline float FastAtan2(float y, float x) {
+  const bool yNegative = y < 0.0f;
+  const bool xNegative = x < 0.0f;
+  y = fabsf(y);
+  x = fabsf(x);
+  double r;
+  if (y > x) {
+    r = 1.5707963705062866 - static_cast<double>(ReadArcTan(x / y));
+  } else if (x > 0.0f) {
+    r = ReadArcTan(y / x);
+  } else {
+    r = 0.0;
+  }
+  if (xNegative) r = 3.1415927410125732 - r;
+  if (yNegative) r = -r;
+  return static_cast<float>(r);
+}
+
+}  // namespace tarvo
