@@ -45,13 +45,16 @@ inline float ReadWave(float angle, const WaveTable& table) { return ReadWave(ang
 inline float ReadArcTan(float x) {
   const ArcTanTable& t = g_arcTanTable;
   const float s = static_cast<float>((static_cast<double>(x) + t.offset) * t.invStep);
+  // Outside the table (never for FastAtan2's ratios) the ends are read, as
+  // ArcTanTable::Lookup does.
+  if (!(s > 0.0f)) return static_cast<float>(FixedToFloat(t.entries[0]));
+  if (s >= static_cast<float>(ArcTanTable::kEntries - 1)) {
+    return static_cast<float>(FixedToFloat(t.entries[ArcTanTable::kEntries - 1]));
+  }
   const int32_t fixed = FloatToFixed(static_cast<double>(s));
-  const uint32_t i = (static_cast<uint32_t>(fixed) >> 16) & 0xFFFF;
+  const int32_t i = static_cast<int32_t>((static_cast<uint32_t>(fixed) >> 16) & 0xFFFF);
   const int32_t f = (fixed & 0xFFFF) >> 8;
-  // At x = 1 the fraction is 0 and the entry after the last is not read;
-  // an index past the table (never from FastAtan2's ratios) reads the end.
-  if (i >= ArcTanTable::kEntries - 1) return static_cast<float>(FixedToFloat(t.entries[ArcTanTable::kEntries - 1]));
-  const int32_t v = f == 0 ? t.entries[i] : (t.entries[i] * (256 - f) + t.entries[i + 1] * f) >> 8;
+  const int32_t v = (t.entries[i] * (256 - f) + t.entries[i + 1] * f) >> 8;
   return static_cast<float>(FixedToFloat(v));
 }
 
