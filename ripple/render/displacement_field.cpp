@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "call_ops.h"
+#include "field_kernel.h"
 #include "fixed_point.h"
 #include "ripple_renderer.h"
 #include "table_reads.h"
@@ -13,105 +14,6 @@
 namespace tarvo {
 
 namespace {
-
-constexpr double kDegreesPerRadian = 57.2957763671875;  // single-precision 180/π
-
-// The per-render constants of the field, widened once.
-struct FieldKernel {
-  const int32_t* wave;
-  const int32_t* sine;
-  double waveHeight;
-  double angularHeight;
-  double degreesPerPixel;
-  double radius;
-  double outer;
-  double phase;
-  double stretchSq;
-  double twirlScale;
-  double twirlGrowth;
-  float radiusF;
-  int32_t angle;
-  int32_t twirl;
-
-  // angular × f to the power twirl + 1.
-  double FadeAngular(double angular, double f) const {
-    angular *= f;
-    for (int32_t k = 0; k < twirl; ++k) angular *= f;
-    return angular;
-  }
-
-  // The angular part in degrees by twirl level.
-  double Twirl(double angular, float d) const {
-    switch (twirl) {
-      case 0:  // an arc length in pixels turned into the angle at distance d
-        return d > 0.1f ? angular * kDegreesPerRadian / d : 0.0;
-      case 1:
-        return angular * twirlScale;
-      case 2:
-        return (angular * twirlScale) * (twirlGrowth * d);
-      default: {
-        const double g = twirlGrowth * d;
-        return (angular * twirlScale) * (g * g);
-      }
-    }
-  }
-
-  Displacement Circular(float d) const {
-    const float w = ReadWave(static_cast<float>(d * degreesPerPixel + phase), wave);
-    double radial = waveHeight * w;
-    double angular = -(angularHeight * w);  // this branch swirls the other way
-    if (d > radiusF) {
-      double f = (outer - d) / (outer - radius);
-      if (f < 0.0) f = 0.0;
-      radial *= f;
-      angular = FadeAngular(angular, f);
-    }
-    return {static_cast<float>(radial), static_cast<float>(Twirl(angular, d))};
-  }
-
-  // AxisStretched and Rotated; only Rotated raises a negative fade to 0.
-  Displacement Stretched(float d, float a, bool clampFade) const {
-    const double t = static_cast<double>(a) - angle;
-    const double s = ReadWave(static_cast<float>(t), sine);
-    const double c = ReadWave(static_cast<float>(t + 90.0), sine);
-    // Radius at direction t of the ellipse with semi-axis S along the
-    // stretch angle and 1 across it.
-    const double k = sqrt(stretchSq / (c * c + stretchSq * (s * s)));
-    const double e = d * k;
-    const double limit = k * outer;
-    if (!(e < limit)) return {0.0f, 0.0f};
-    const float w = ReadWave(static_cast<float>((degreesPerPixel * d) / k + phase), wave);
-    double radial = waveHeight * w * k;
-    double angular = angularHeight * w;
-    const double r = radius * k;
-    if (e > r) {
-      double f = (limit - e) / (limit - r);
-      if (clampFade && f < 0.0) f = 0.0;
-      radial *= f;
-      angular = FadeAngular(angular, f);
-    }
-    return {static_cast<float>(radial), static_cast<float>(Twirl(angular, d))};
-  }
-};
-
-FieldKernel MakeKernel(const RippleRenderer& rr) {
-  FieldKernel k;
-  k.wave = rr.wave->entries;
-  k.sine = g_sineTable.entries;
-  k.waveHeight = rr.waveHeightPx;
-  k.angularHeight = rr.angularHeightPx;
-  k.degreesPerPixel = rr.degreesPerPixel;
-  k.radius = rr.radiusPx;
-  k.outer = rr.outerRadiusPx;
-  k.phase = rr.phase;
-  k.stretchSq = static_cast<double>(rr.stretch) * rr.stretch;
-  k.twirlScale = rr.twirlScale;
-  k.twirlGrowth = rr.twirlGrowth;
-  k.radiusF = rr.radiusPx;
-  k.angle = rr.stretchAngle;
-  k.twirl = rr.twirl;
-  return k;
-}
 
 // √radicand truncated, no more than limit; a negative radicand gives 0.
 int32_t RowLength(double radicand, int32_t limit) {

@@ -69,11 +69,8 @@ void RenderRipple(const PixelImage& source, PixelImage& destination, float waveH
     g_rippleWave.Build(static_cast<uint32_t>(waveform), true);
   }
 
-  if (!CreatePinProfiles(pinMode, height + 1, width + 1)) {
-    // Already reported; release whichever profile was obtained.
-    FreePinProfiles();
-    return;
-  }
+  // On failure the output stage has reported it and released both profiles.
+  if (!CreatePinProfiles(pinMode, height + 1, width + 1)) return;
 
   const RenderSetup setup{&source, width, height, mode, g_backgroundPixel};
   RippleRenderer renderer(setup, px.centreRow, px.centreCol, source, px.waveHeightPx, px.angularHeightPx,
