@@ -56,7 +56,8 @@ struct RowCursor {
   PF_Pixel* Pixels() const { return reinterpret_cast<PF_Pixel*>(ptr); }
   void Next() { ptr += stride; }
   void Skip(int32_t n) { ptr += 4 * static_cast<intptr_t>(n); }
-  // Copies exactly this cursor's stride in bytes to the other row.
+  // Copies this cursor's stride in bytes (not the image width) to the other
+  // row, but never more than the other row's stride holds.
   void CopyRowTo(const RowCursor& dst) const;
 };
 
@@ -75,6 +76,7 @@ class PixelImage {
   bool Allocate(const ShortRect& r);
   bool Resize(const ShortRect& r);
   void Release();
+  // Re-reads width and height from the record; a handle to no record gives 0.
   void UpdateSize();
 
   bool HasPixels() const;
