@@ -179,7 +179,7 @@ PropertyInfo ParsePropertyList(const std::vector<uint8_t>& bytes) {
     if (length > r.left()) return fail(where + " (\"" + key + "\") claims " + std::to_string(length) + " bytes, only " +
                                        std::to_string(r.left()) + " left");
     const uint8_t* d = bytes.data() + r.pos();
-    auto pascal = [&](std::string* out) -> bool {
+    auto lengthPrefixed = [&](std::string* out) -> bool {
       if (length < 1 || d[0] > length - 1) return false;
       out->assign(reinterpret_cast<const char*>(d + 1), d[0]);
       return true;
@@ -190,11 +190,11 @@ PropertyInfo ParsePropertyList(const std::vector<uint8_t>& bytes) {
       if ((good = needs(4))) info.kind = {static_cast<char>(d[3]), static_cast<char>(d[2]), static_cast<char>(d[1]),
                                           static_cast<char>(d[0])};
     } else if (key == "name") {
-      good = pascal(&info.name);
+      good = lengthPrefixed(&info.name);
     } else if (key == "catg") {
-      good = pascal(&info.category);
+      good = lengthPrefixed(&info.category);
     } else if (key == "eMNA") {
-      good = pascal(&info.matchName);
+      good = lengthPrefixed(&info.matchName);
     } else if (key == "wx86") {
       info.entryPoint.assign(reinterpret_cast<const char*>(d), strnlen(reinterpret_cast<const char*>(d), length));
     } else if (key == "ePVR") {
