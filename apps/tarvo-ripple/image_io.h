@@ -1,0 +1,43 @@
+// Image files for the command-line host: PNG, JPEG, TIFF, OpenEXR and
+// whatever else the image library reads, converted to and from the effect's
+// 8-bit ARGB.
+//
+// Reading: gray becomes R = G = B; images without alpha get alpha 255;
+// colour is taken as stored (unassociated, never premultiplied or divided).
+// Writing: the format follows the output's extension; 8-bit RGBA where the
+// format holds alpha, RGB otherwise. A file is written under a temporary
+// name in its own directory and renamed into place, so a failed or
+// interrupted write never leaves a partial output.
+#pragma once
+
+#include <stdint.h>
+
+#include <string>
+
+#include "host.h"
+
+namespace tarvo::cli {
+
+// The largest frame the effect's image model holds; larger ones are refused.
+constexpr int32_t kMaxImageWidth = 4095;
+constexpr int32_t kMaxImageHeight = 32767;
+
+// "" when width × height can be rendered, else why not.
+std::string CheckImageSize(int32_t width, int32_t height);
+
+bool ReadImage(const std::string& path, host::Image* out, std::string* error);
+
+// True when a writer exists for path's extension.
+bool CanWriteFormat(const std::string& path, std::string* error);
+
+bool WriteImage(const std::string& path, const host::Image& image, std::string* error);
+
+// An interrupt (SIGINT, SIGTERM, SIGHUP) removes the temporary file of a
+// write in progress before the process ends.
+void InstallInterruptCleanup();
+
+// Keeps the image library on the calling thread (no worker pool), so that
+// the process can fork safely.
+void UseSingleThreadedImageLibrary();
+
+}  // namespace tarvo::cli
