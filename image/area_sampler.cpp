@@ -41,7 +41,18 @@ AxisExtent QuadAxisExtent(float a, float b, float c, float d, int16_t size) {
   return e;
 }
 
-void AddWeighted(PixelSum& sum, const PF_Pixel& pixel, int32_t weight) {
+namespace {
+
+#if defined(__GNUC__)
+#define TARVO_HOT_INLINE inline __attribute__((always_inline))
+#elif defined(_MSC_VER)
+#define TARVO_HOT_INLINE __forceinline
+#else
+#define TARVO_HOT_INLINE inline
+#endif
+
+// The two accumulation steps, inlined into the per-row and per-box loops.
+TARVO_HOT_INLINE void AccumulateWeighted(PixelSum& sum, const PF_Pixel& pixel, int32_t weight) {
   const uint64_t w = weight == 255 ? 256u : static_cast<uint64_t>(static_cast<uint32_t>(weight));
   sum.alpha += pixel.alpha * w;
   sum.red += pixel.red * w;
@@ -49,7 +60,7 @@ void AddWeighted(PixelSum& sum, const PF_Pixel& pixel, int32_t weight) {
   sum.blue += pixel.blue * w;
 }
 
-void AddScaled(PixelSum& sum, const PixelSum& row, int32_t weight) {
+TARVO_HOT_INLINE void AccumulateScaled(PixelSum& sum, const PixelSum& row, int32_t weight) {
   if (weight == 255) {
     sum.alpha += row.alpha;
     sum.red += row.red;
@@ -57,6 +68,7 @@ void AddScaled(PixelSum& sum, const PixelSum& row, int32_t weight) {
     sum.blue += row.blue;
     return;
   }
+  // Within the classic limits the product stays below 2^32, as in 32 bits.
   const uint64_t w = static_cast<uint32_t>(weight);
   sum.alpha += (row.alpha * w) >> 8;
   sum.red += (row.red * w) >> 8;
@@ -64,14 +76,31 @@ void AddScaled(PixelSum& sum, const PixelSum& row, int32_t weight) {
   sum.blue += (row.blue * w) >> 8;
 }
 
-PixelSum RowBoxSum(const PF_Pixel* row, int32_t x, int32_t w, int32_t width) {
-  PixelSum sum;
+}  // namespace
+
+void AddWeighted(PixelSum& sum, const PF_Pixel& pixel, int32_t weight) { AccumulateWeighted(sum, pixel, weight); }
+
+void AddScaled(PixelSum& sum, const PixelSum& row, int32_t weight) { AccumulateScaled(sum, row, weight); }
+
+namespace {
+
+// Which columns of a row a box touches, and with what weights: the end
+// columns carry their own weights (0 skips them), every column between them
+// weighs 256. Worked out once per box and applied to each of its rows.
+struct ColumnPlan {
+  int32_t innerFirst = 0, innerEnd = 0;  // full-weight columns [innerFirst, innerEnd)
+  int32_t leftColumn = -1, leftWeight = 0;
+  int32_t rightColumn = -1, rightWeight = 0;
+};
+
+ColumnPlan PlanColumns(int32_t x, int32_t w, int32_t width) {
+  ColumnPlan plan;
   const int64_t xEnd = static_cast<int64_t>(x) + w;
   const int64_t c0 = IntPart(x);
   const int64_t c1 = IntPart(xEnd);
   const int64_t first = std::max<int64_t>(c0, 0);
   const int64_t last = std::min<int64_t>(c1, static_cast<int64_t>(width) - 1);
-  if (last < first) return sum;
+  if (last < first) return plan;
 
   const int32_t leftCut = Frac8(x);
   const int32_t rightCut = 256 - Frac8(xEnd);
@@ -82,26 +111,39 @@ PixelSum RowBoxSum(const PF_Pixel* row, int32_t x, int32_t w, int32_t width) {
     return weight;
   };
 
-  // The end columns carry their own weights; every column between them has
-  // weight 256, so those are summed plainly and scaled once.
   int64_t innerFirst = first;
   int64_t innerLast = last;
   const int32_t firstWeight = edgeWeight(first);
   if (firstWeight != 256) {
-    if (firstWeight != 0) AddWeighted(sum, row[first], firstWeight);
+    if (firstWeight != 0) {
+      plan.leftColumn = static_cast<int32_t>(first);
+      plan.leftWeight = firstWeight;
+    }
     ++innerFirst;
   }
   if (last >= innerFirst) {
     const int32_t lastWeight = edgeWeight(last);
     if (lastWeight != 256) {
-      if (lastWeight != 0) AddWeighted(sum, row[last], lastWeight);
+      if (lastWeight != 0) {
+        plan.rightColumn = static_cast<int32_t>(last);
+        plan.rightWeight = lastWeight;
+      }
       --innerLast;
     }
   }
+  plan.innerFirst = static_cast<int32_t>(innerFirst);
+  plan.innerEnd = static_cast<int32_t>(std::max(innerLast + 1, innerFirst));
+  return plan;
+}
 
+TARVO_HOT_INLINE PixelSum SumRow(const PF_Pixel* row, const ColumnPlan& plan) {
+  PixelSum sum;
+  if (plan.leftColumn >= 0) AccumulateWeighted(sum, row[plan.leftColumn], plan.leftWeight);
+  if (plan.rightColumn >= 0) AccumulateWeighted(sum, row[plan.rightColumn], plan.rightWeight);
+  // Full-weight columns are summed plainly and scaled by 256 once.
   uint64_t a = 0, r = 0, g = 0, b = 0;
-  const PF_Pixel* p = row + innerFirst;
-  const PF_Pixel* const end = row + innerLast + 1;
+  const PF_Pixel* p = row + plan.innerFirst;
+  const PF_Pixel* const end = row + plan.innerEnd;
   for (; p < end; ++p) {
     a += p->alpha;
     r += p->red;
@@ -113,6 +155,12 @@ PixelSum RowBoxSum(const PF_Pixel* row, int32_t x, int32_t w, int32_t width) {
   sum.green += g << 8;
   sum.blue += b << 8;
   return sum;
+}
+
+}  // namespace
+
+PixelSum RowBoxSum(const PF_Pixel* row, int32_t x, int32_t w, int32_t width) {
+  return SumRow(row, PlanColumns(x, w, width));
 }
 
 PF_Pixel NormalizeSum(const PixelSum& sum, float covered, float area) {
@@ -141,12 +189,13 @@ PF_Pixel BoxSample(const PixelImage& image, int32_t x, int32_t w, int32_t y, int
   if (first < imageHeight && first <= last && imageWidth > 0 && image.HasPixels()) {
     const int32_t topCut = Frac8(y);
     const int32_t bottomCut = 256 - Frac8(yEnd);
+    const ColumnPlan plan = PlanColumns(x, w, imageWidth);
     RowCursor cursor = image.RowAt(static_cast<int16_t>(first));
     for (int64_t row = first; row <= last; ++row, cursor.Next()) {
       int32_t weight = 256;
       if (row == r0) weight -= topCut;
       if (row == r1) weight -= bottomCut;
-      if (weight > 0) AddScaled(sum, RowBoxSum(cursor.Pixels(), x, w, imageWidth), weight);
+      if (weight > 0) AccumulateScaled(sum, SumRow(cursor.Pixels(), plan), weight);
     }
   }
 

@@ -165,23 +165,10 @@ void PixelImage::UpdateSize() {
   height = static_cast<int16_t>(r->bounds.bottom - r->bounds.top);
 }
 
-bool PixelImage::HasPixels() const { return rec_handle != nullptr && *rec_handle != nullptr; }
-
 ShortRect PixelImage::Bounds() const {
   if (!HasPixels()) return ShortRect{0, 0, 0, 0};
   return ToShortRect((*rec_handle)->bounds);
 }
-
-uint8_t* PixelImage::BaseAddress() const { return (*rec_handle)->base; }
-
-int16_t PixelImage::RowBytes() const { return static_cast<int16_t>((*rec_handle)->rowbytes & 0x3FFF); }
-
-RowCursor PixelImage::RowAt(int16_t row) const {
-  const int16_t stride = RowBytes();
-  return RowCursor{BaseAddress() + static_cast<intptr_t>(stride) * row, stride};
-}
-
-PF_Pixel& PixelImage::PixelAt(int16_t row, int16_t column) const { return RowAt(row).Pixels()[column]; }
 
 void PixelImage::FillRect(const ShortRect& r, uint32_t pixelWord) {
   if (!HasPixels() || BaseAddress() == nullptr) return;

@@ -79,17 +79,22 @@ class PixelImage {
   // Re-reads width and height from the record; a handle to no record gives 0.
   void UpdateSize();
 
-  bool HasPixels() const;
+  bool HasPixels() const { return rec_handle != nullptr && *rec_handle != nullptr; }
   ShortRect Bounds() const;
-  uint8_t* BaseAddress() const;
-  int16_t RowBytes() const;
+  // Only for an image with HasPixels.
+  uint8_t* BaseAddress() const { return (*rec_handle)->base; }
+  int16_t RowBytes() const { return static_cast<int16_t>((*rec_handle)->rowbytes & 0x3FFF); }
   int16_t Width() const { return width; }
   int16_t Height() const { return height; }
   int32_t ByteSize() const { return byte_size; }
   bool OwnsPixels() const { return owns_pixels != 0; }
 
-  RowCursor RowAt(int16_t row) const;
-  PF_Pixel& PixelAt(int16_t row, int16_t column) const;
+  // No bounds checks: the caller passes a row (and column) inside the image.
+  RowCursor RowAt(int16_t row) const {
+    const int16_t stride = RowBytes();
+    return RowCursor{BaseAddress() + static_cast<intptr_t>(stride) * row, stride};
+  }
+  PF_Pixel& PixelAt(int16_t row, int16_t column) const { return RowAt(row).Pixels()[column]; }
 
   void FillRect(const ShortRect& r, uint32_t pixelWord);
   void FillAll(uint32_t pixelWord);

@@ -182,9 +182,13 @@ void PinSourceMap(SourceMap& map) {
 
 // --- Point sampling -----------------------------------------------------------
 
+// A negative v with a fraction truncates v − 1. "Has a fraction" is tested as
+// the truncation differing from v, which is fmod(v, 1) ≠ 0 for every float
+// (beyond the int32 range both ways give INT32_MIN) without the call.
 int32_t FloorToInt(float v) {
-  if (v < 0.0f && fmod(static_cast<double>(v), 1.0) != 0.0) return TruncToInt32(static_cast<double>(v) - 1.0);
-  return TruncToInt32(v);
+  const int32_t t = TruncToInt32(v);
+  if (v < 0.0f && static_cast<double>(t) != static_cast<double>(v)) return TruncToInt32(static_cast<double>(v) - 1.0);
+  return t;
 }
 
 BilinearWeights BilinearCell(float row, float column) {
