@@ -10,8 +10,9 @@ Checks, each printed as "ok: ..." or "FAIL: ...":
   * the export table (objdump -p): "main" alone, ordinal 1, undecorated;
   * the imports: system DLLs only, LoadStringA among them;
   * the "PIPL" resource (wrestool -x --raw): id 16000, language 0x0409, 282
-    bytes, identical to the bytes generated from pipl.txt and to the table the
-    Linux module exports (read from that module with ctypes);
+    bytes, the properties the host expects (listed here independently of
+    pipl.txt), identical to the bytes generated from pipl.txt and to the
+    table the Linux module exports (read from that module with ctypes);
   * the string table: exactly the entries of messages.txt;
   * the version resource: file and product version 3.0.0.0 and its texts.
 Exits 1 when any check fails, 2 when a tool or file is missing.
@@ -43,6 +44,31 @@ VERSION_STRINGS = {
     "ProductVersion": "3.0.0.0",
 }
 OUT_OF_MEMORY_ENTRY = (42003, "Memory Allocation Failure!")
+
+# What the host reads, property by property: key and data as stored.
+HOST_PROPERTIES = [
+    ("kind", b"TKFe"),                      # an effect ("eFKT")
+    ("name", b"\x0fTarvo FX Ripple"),
+    ("catg", b"\x07Distort"),
+    ("wx86", b"main\0\0\0\0"),
+    ("ePVR", struct.pack("<HH", 2, 0)),
+    ("eSVR", struct.pack("<HH", 11, 0)),
+    ("eVER", struct.pack("<I", 0x00180600)),  # 3.0.0, release, build 0
+    ("eINF", struct.pack("<H", 0)),
+    ("eGLO", struct.pack("<I", 5)),
+    ("eMNA", b"\x0fTarvo FX Ripple"),
+    ("aeFL", struct.pack("<I", 0)),
+    ("aeRD", struct.pack("<I", 0)),
+]
+
+
+def host_property_list():
+    """The property list the host expects, built independently of pipl.txt."""
+    out = struct.pack("<HII", 1, 0, len(HOST_PROPERTIES))
+    for key, data in HOST_PROPERTIES:
+        out += b"MIB8" + key.encode("ascii")[::-1] + struct.pack("<II", 0, len(data))
+        out += data + bytes(-len(data) % 4)
+    return out
 
 
 class Inspection:
@@ -184,6 +210,8 @@ def check_property_list(ins, wrestool, path, generated, linux_module):
               f"one \"{PIPL_TYPE}\" resource, id {PIPL_ID}, language 0x{US_ENGLISH:04x} (found {entries})")
     data = extract(wrestool, path, PIPL_TYPE, PIPL_ID, US_ENGLISH)
     ins.check(len(data) == PIPL_SIZE, f"the property list is {PIPL_SIZE} bytes (found {len(data)})")
+    ins.check(data == host_property_list(), "the property list holds what the host expects"
+              + first_difference(data, host_property_list()))
     ins.check(data == generated, "the property list equals the bytes generated from pipl.txt"
               + first_difference(data, generated))
     if linux_module:
