@@ -1,0 +1,144 @@
+// Helpers for the renderer tests: frames over plain memory, a renderer built
+// from pixel-unit inputs, a writer that counts every map write, and a host
+// call whose progress callback can stop the render.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <memory>
+#include <utility>
+#include <vector>
+
+#include "call_context.h"
+#include "field_spreading.h"
+#include "geometry.h"
+#include "host_api.h"
+#include "pixel_image.h"
+#include "ripple_renderer.h"
+#include "source_map.h"
+#include "wave_table.h"
+
+namespace tarvo::rendertest {
+
+inline void BuildTables() {
+  g_arcTanTable.Build();
+  g_sineTable.Build(kSine, false);
+  g_rippleWave.Build(kSine, true);
+}
+
+// A source image over a zeroed buffer.
+struct Frame {
+  std::vector<PF_Pixel> pixels;
+  PixelImage image;
+  Frame(int w, int h)
+      : pixels(static_cast<size_t>(w) * h + 1), image(static_cast<int16_t>(w), static_cast<int16_t>(h), pixels.data(), AllRows) {}
+};
+
+// The renderer's inputs in source pixels.
+struct Inputs {
+  float centreRow = 0;
+  float centreCol = 0;
+  float waveHeightPx = 0;
+  float angularHeightPx = 0;
+  float degreesPerPixel = 4.5f;
+  float radiusPx = 50;
+  float stretch = 1;
+  float stretchAngle = 0;
+  float phase = 0;
+  int32_t pinMode = 0;
+  int32_t twirl = 0;
+};
+
+struct Rendered {
+  Frame frame;
+  RenderSetup setup;
+  std::unique_ptr<RippleRenderer> renderer;
+
+  Rendered(int w, int h, const Inputs& in) : frame(w, h), setup{&frame.image, w, h, kSampleBilinear, {0, 0, 0, 0}} {
+    BuildTables();
+    renderer = std::make_unique<RippleRenderer>(setup, in.centreRow, in.centreCol, frame.image, in.waveHeightPx,
+                                                in.angularHeightPx, in.degreesPerPixel, in.radiusPx, in.stretch,
+                                                in.stretchAngle, in.phase, in.pinMode, in.twirl, g_rippleWave);
+  }
+  RippleRenderer& operator*() { return *renderer; }
+  RippleRenderer* operator->() { return renderer.get(); }
+};
+
+// Records every span and counts every point written, and any write that
+// would leave the map.
+struct CountingSink {
+  int32_t rows, cols;
+  std::vector<int> counts;
+  std::vector<MapPoint> points;
+  std::map<int32_t, std::pair<int32_t, int32_t>> spans;
+  int outside = 0;
+  int repeatedSpans = 0;
+
+  CountingSink(int32_t r, int32_t c)
+      : rows(r), cols(c), counts(static_cast<size_t>(r) * c), points(static_cast<size_t>(r) * c) {}
+
+  struct Writer {
+    CountingSink* sink;
+    int32_t row;
+    void Put(int32_t column, float r, float c) {
+      if (row < 0 || row >= sink->rows || column < 0 || column >= sink->cols) {
+        ++sink->outside;
+        return;
+      }
+      const size_t k = static_cast<size_t>(row) * sink->cols + column;
+      ++sink->counts[k];
+      sink->points[k] = {r, c};
+    }
+  };
+
+  void Span(int32_t row, int32_t first, int32_t last) {
+    if (row < 0 || row >= rows) ++outside;
+    if (first > last) return;
+    if (spans.count(row)) ++repeatedSpans;
+    spans[row] = {first, last};
+  }
+  Writer Row(int32_t row) { return Writer{this, row}; }
+
+  int Count(int32_t r, int32_t c) const { return counts[static_cast<size_t>(r) * cols + c]; }
+  const MapPoint& Point(int32_t r, int32_t c) const { return points[static_cast<size_t>(r) * cols + c]; }
+};
+
+inline CountingSink Spread(const RippleRenderer& rr) {
+  CountingSink sink(rr.height + 1, rr.width + 1);
+  SpreadFieldTo(rr, sink);
+  return sink;
+}
+
+// The current host call; progress asks for a stop from its stopAt-th call
+// on (0: never).
+struct HostCall {
+  PF_InData in{};
+  PF_OutData out{};
+  int progressCalls = 0;
+  int stopAt = 0;
+
+  HostCall() {
+    current = this;
+    in.inter.progress = &Progress;
+    in.downsample_x = {1, 1};
+    in.downsample_y = {1, 1};
+    StoreHostCall(PF_Cmd_RENDER, &in, &out, nullptr, nullptr, nullptr);
+  }
+  ~HostCall() {
+    StoreHostCall(PF_Cmd_RENDER, nullptr, nullptr, nullptr, nullptr, nullptr);
+    current = nullptr;
+  }
+  HostCall(const HostCall&) = delete;
+  HostCall& operator=(const HostCall&) = delete;
+
+  static PF_Err Progress(PF_ProgPtr, int32_t, int32_t) {
+    HostCall* c = current;
+    if (!c) return 0;
+    ++c->progressCalls;
+    return c->stopAt > 0 && c->progressCalls >= c->stopAt ? PF_Interrupt_CANCEL : 0;
+  }
+  static inline HostCall* current = nullptr;
+};
+
+}  // namespace tarvo::rendertest
