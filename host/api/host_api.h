@@ -1,4 +1,4 @@
-// The host's effect interface (effect specification 11.0), declared by this project.
+// The host's effect interface (effect interface version 11.0), declared by this project.
 //
 // Every record matches the host's 32-bit Windows layout: 2-byte packing, 4-byte
 // longs and pointers, 16-bit QuickDraw-order points and rectangles. Elsewhere
@@ -321,7 +321,7 @@ typedef struct PF_InData {
   PF_Handle global_data;
   PF_Handle sequence_data;
   PF_Handle frame_data;
-  // Fields below are later additions; a spec-11.0 host may not have them.
+  // Fields below are later additions; a host of interface version 11.0 may not have them.
   int32_t start_sampL;
   int32_t dur_sampL;
   int32_t total_sampL;
