@@ -1,5 +1,6 @@
 #include "image_io.h"
 
+#include <fcntl.h>
 #include <signal.h>
 #include <stdio.h>
 #include <string.h>
@@ -17,13 +18,39 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// The library's messages can span lines; ours are one line each.
+// The library stacks messages a line each, the most specific first; ours
+// are one line.
 std::string OneLine(std::string s) {
-  for (char& c : s)
-    if (c == '\n' || c == '\r') c = ' ';
+  const size_t end = s.find_first_of("\r\n");
+  if (end != std::string::npos) s.resize(end);
   while (!s.empty() && s.back() == ' ') s.pop_back();
   return s.empty() ? "unknown error" : s;
 }
+
+// Some format libraries print their own complaints on stderr; the image
+// library reports the same errors to us, so they are silenced while it works.
+class QuietStderr {
+ public:
+  QuietStderr() {
+    fflush(stderr);
+    saved_ = dup(STDERR_FILENO);
+    const int null = open("/dev/null", O_WRONLY);
+    if (saved_ >= 0 && null >= 0) dup2(null, STDERR_FILENO);
+    if (null >= 0) close(null);
+  }
+  ~QuietStderr() {
+    fflush(stderr);
+    if (saved_ >= 0) {
+      dup2(saved_, STDERR_FILENO);
+      close(saved_);
+    }
+  }
+  QuietStderr(const QuietStderr&) = delete;
+  QuietStderr& operator=(const QuietStderr&) = delete;
+
+ private:
+  int saved_ = -1;
+};
 
 // The temporary file of the write in progress, for the interrupt handler.
 char g_pendingPath[4096];
@@ -55,6 +82,7 @@ bool ReadImage(const std::string& path, host::Image* out, std::string* error) {
     *error = "cannot read " + path + ": it is a directory";
     return false;
   }
+  QuietStderr quiet;
   OIIO::ImageSpec config;
   config.attribute("oiio:UnassociatedAlpha", 1);
   auto in = OIIO::ImageInput::open(path, &config);
@@ -167,6 +195,7 @@ bool WriteImage(const std::string& path, const host::Image& image, std::string* 
     *error = "cannot write " + path + ": " + why;
     return false;
   };
+  QuietStderr quiet;
   if (!out->open(tempName, spec)) return discard(OneLine(out->geterror()));
   if (!out->write_image(OIIO::TypeDesc::UINT8, pixels.data())) return discard(OneLine(out->geterror()));
   if (!out->close()) return discard(OneLine(out->geterror()));

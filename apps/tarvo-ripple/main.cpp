@@ -124,6 +124,17 @@ int Run(int argc, char** argv) {
         ->group("Effect parameters");
   }
 
+  // Unknown long options are named as such (the parser would blame their value).
+  for (int i = 1; i < argc; ++i) {
+    const std::string a = argv[i];
+    if (a == "--") break;
+    if (a.rfind("--", 0) != 0) continue;
+    const std::string name = a.substr(0, a.find('='));
+    if (name != "--help" && !app.get_option_no_throw(name)) {
+      fprintf(stderr, "tarvo-ripple: unknown option %s (see --help)\n", name.c_str());
+      return kExitError;
+    }
+  }
   try {
     app.parse(argc, argv);
   } catch (const CLI::CallForHelp&) {

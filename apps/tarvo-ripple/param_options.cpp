@@ -146,7 +146,7 @@ int PopupNumber(const ParamOption& opt, const std::string& name) {
 }
 
 bool ApplyValue(const ParamOption& opt, const std::string& text, host::Host& host, std::string* error) {
-  const std::string what = "--" + opt.name + " \"" + text + "\"";
+  const std::string what = "--" + opt.name + " " + (text.empty() || text.find(' ') != std::string::npos ? "\"" + text + "\"" : text);
   PF_ParamDef& p = host.Param(opt.index);
   const PF_ParamDef& d = opt.declared.def;
   switch (d.param_type) {
@@ -168,7 +168,7 @@ bool ApplyValue(const ParamOption& opt, const std::string& text, host::Host& hos
       }
       // The declared default is always accepted, even outside the range.
       if (fixed != d.u.fd.dephault && (fixed < d.u.fd.valid_min || fixed > d.u.fd.valid_max)) {
-        *error = what + " is outside " + FormatFixed(d.u.fd.valid_min) + " to " + FormatFixed(d.u.fd.valid_max);
+        *error = what + " is outside the range " + FormatFixed(d.u.fd.valid_min) + " to " + FormatFixed(d.u.fd.valid_max);
         return false;
       }
       p.u.fd.value = fixed;
@@ -181,7 +181,7 @@ bool ApplyValue(const ParamOption& opt, const std::string& text, host::Host& hos
         return false;
       }
       if (v != d.u.sd.dephault && (v < d.u.sd.valid_min || v > d.u.sd.valid_max)) {
-        *error = what + " is outside " + std::to_string(d.u.sd.valid_min) + " to " + std::to_string(d.u.sd.valid_max);
+        *error = what + " is outside the range " + std::to_string(d.u.sd.valid_min) + " to " + std::to_string(d.u.sd.valid_max);
         return false;
       }
       p.u.sd.value = static_cast<PF_ParamValue>(v);
