@@ -39,14 +39,7 @@ void EffectParam::GetIntRange(int32_t* min, int32_t* max, int16_t row) {
 }
 
 void EffectParam::GetDefault(ParamValue* out, int16_t row) {
-  if (!out) return;
-  const ParamRangeRecord& r = g_paramRanges.Row(row);
-  *out = ParamValue{};
-  if (r.kind == kRangeColour) {
-    memcpy(&out->bits, &r.colour, sizeof out->bits);
-  } else {
-    out->SetFloat(r.dflt, 0);
-  }
+  if (out) *out = ParamValue::DefaultOfRow(row);
 }
 
 int32_t EffectParam::RawValue() { return 0; }

@@ -60,15 +60,29 @@ void ParamValue::SetFloat(float v, int16_t newTag) {
   tag = newTag;
 }
 
-ParamValue ParamValue::FromRow(int16_t row) {
-  const ParamRangeRecord& r = g_paramRanges.Row(row);
+namespace {
+
+// A colour row holds its colour whatever number is asked for.
+ParamValue RowValue(const ParamRangeRecord& r, float number) {
   ParamValue v;
   if (r.kind == kRangeColour) {
     memcpy(&v.bits, &r.colour, sizeof v.bits);
   } else {
-    v.SetFloat(r.neutral, 0);
+    v.SetFloat(number, 0);
   }
   return v;
+}
+
+}  // namespace
+
+ParamValue ParamValue::FromRow(int16_t row) {
+  const ParamRangeRecord& r = g_paramRanges.Row(row);
+  return RowValue(r, r.neutral);
+}
+
+ParamValue ParamValue::DefaultOfRow(int16_t row) {
+  const ParamRangeRecord& r = g_paramRanges.Row(row);
+  return RowValue(r, r.dflt);
 }
 
 }  // namespace tarvo

@@ -43,6 +43,8 @@ struct ParamValue {
   void SetFloat(float v, int16_t newTag);
   // The row's neutral value (a colour row: its colour), tag 0.
   static ParamValue FromRow(int16_t row);
+  // The row's default (a colour row: its colour), tag 0.
+  static ParamValue DefaultOfRow(int16_t row);
 };
 
 struct ParamRangeTable {
