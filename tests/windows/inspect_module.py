@@ -119,14 +119,26 @@ def check_header(ins, path):
 # --- exports and imports ---------------------------------------------------
 
 def parse_exports(text):
-    """Returns (dll name, ordinal base, [address-table ordinals], [(index, name)])."""
+    """Returns (dll name, ordinal base, [address-table ordinals], [(index, name)], [RVAs])."""
     name = re.search(r"^Name\s+[0-9a-fA-F]+\s+(\S+)\s*$", text, re.M)
     base = re.search(r"^Ordinal Base\s+(\d+)\s*$", text, re.M)
     eat = re.search(r"^Export Address Table -- Ordinal Base \d+\n((?:\s+\[.*\n)*)", text, re.M)
     names = re.search(r"^\[Ordinal/Name Pointer\] Table\n((?:\s+\[.*\n)*)", text, re.M)
     ordinals = [int(m) for m in re.findall(r"\+base\[\s*(\d+)\]", eat.group(1))] if eat else []
     named = [(int(i), n) for i, n in re.findall(r"\[\s*(\d+)\]\s+(\S+)", names.group(1))] if names else []
-    return (name.group(1) if name else None, int(base.group(1)) if base else None, ordinals, named)
+    rvas = [int(r, 16) for r in re.findall(r"\+base\[\s*\d+\]\s+([0-9a-fA-F]+)", eat.group(1))] if eat else []
+    return (name.group(1) if name else None, int(base.group(1)) if base else None, ordinals, named, rvas)
+
+
+def first_return(objdump, path, address):
+    """The first return instruction from address on, e.g. "ret" or "ret $0x18"."""
+    listing = run([objdump, "-d", "--no-show-raw-insn", f"--start-address=0x{address:x}",
+                   f"--stop-address=0x{address + 0x400:x}", path])
+    for line in listing.splitlines():
+        m = re.match(r"\s*[0-9a-f]+:\s+(ret[lw]?\b.*?)\s*$", line)
+        if m:
+            return re.sub(r"\s+", " ", m.group(1))
+    return None
 
 
 def parse_imports(text):
@@ -153,13 +165,18 @@ def is_system_dll(name):
 
 def check_exports_and_imports(ins, objdump, path):
     text = run([objdump, "-p", path])
-    dll, base, ordinals, named = parse_exports(text)
+    dll, base, ordinals, named, rvas = parse_exports(text)
     if not ins.check(base is not None, "the module has an export table"):
         return
     ins.check(dll == "TarvoFXRipple.AEX", f"export directory names TarvoFXRipple.AEX ({dll})")
     ins.check(len(ordinals) == 1, f"exactly one exported function (found {len(ordinals)}: ordinals {ordinals})")
     ins.check([n for _, n in named] == ["main"], f"the only exported name is \"main\" (found {[n for _, n in named]})")
     ins.check(ordinals[:1] == [1] and base == 1, f"\"main\" is ordinal 1 (ordinal base {base}, ordinals {ordinals})")
+
+    image_base = re.search(r"^ImageBase\s+([0-9a-fA-F]+)", text, re.M)
+    if len(rvas) == 1 and image_base:
+        ret = first_return(objdump, path, int(image_base.group(1), 16) + rvas[0])
+        ins.check(ret == "ret", f"\"main\" returns with a plain ret, leaving the arguments to the caller (cdecl; found {ret!r})")
 
     imports = parse_imports(text)
     ins.check(bool(imports), "the module has an import table")
