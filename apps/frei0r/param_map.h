@@ -1,0 +1,57 @@
+// The frei0r face of the sixteen Ripple parameters: names and explanations
+// a video editor shows, and the mapping of frei0r's 0–1 doubles onto the
+// ranges, menus and point the plug-in declares.
+//
+// Mapping (v is the frei0r value, clamped to 0–1):
+//   slider  min + v × (max − min) of the declared valid range
+//   angle   v × 360 degrees
+//   popup   menu entry k = floor(v × N) + 1 of the N selectable entries
+//           (v = 1 selects the last); separator lines are not entries
+//   centre  two values, fractions of the frame width and height
+//   Draft   v ≥ 0.5 renders at the host's low quality
+// Host values are rounded to the nearest 1/65536.
+#pragma once
+
+#include <stdint.h>
+
+#include <string>
+
+#include "host.h"
+
+namespace tarvo::frei0r {
+
+enum class Kind { Slider, Angle, Popup, CenterX, CenterY, Draft };
+
+struct ParamSpec {
+  const char* name;
+  const char* explanation;
+  Kind kind;
+  int pluginIndex;           // 1..16 in the plug-in's parameter array; 0 for Draft
+  const int32_t* entries;    // popups: the plug-in's menu values, in frei0r order
+  int numEntries;
+};
+
+constexpr int kNumParams = 18;
+// Parameter index → its description; index must be 0..kNumParams − 1.
+const ParamSpec& Spec(int index);
+
+// "" when the plug-in's declarations are what the table above expects
+// (sixteen parameters of the right types, menus long enough); otherwise
+// what differs.
+std::string CheckDeclarations(const host::Host& host);
+
+// The frei0r value that gives the plug-in's declared default.
+double InitialValue(const ParamSpec& spec, const host::Host& host);
+
+// Clamps v to 0–1; false when v was outside (or not a number, which gives
+// the initial value *fallback).
+bool ClampUnit(double* v, double fallback);
+
+// Writes the parameter with frei0r value v (already in 0–1) into the
+// host's parameter array (or host state, for Draft), for a frame of
+// width × height pixels. Both centre values are needed for the point, so
+// the centre takes them together.
+void ApplyValue(const ParamSpec& spec, double v, host::Host& host);
+void ApplyCenter(double x, double y, int32_t width, int32_t height, host::Host& host);
+
+}  // namespace tarvo::frei0r

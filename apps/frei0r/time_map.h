@@ -1,0 +1,34 @@
+// frei0r hands each frame a time; the plug-in reads current_time,
+// time_step and time_scale. frei0r says seconds, and MLT passes seconds,
+// but ffmpeg's wrapper passes milliseconds. Every time becomes whole
+// milliseconds: current_time = ms, time_step = 1, time_scale = 1000, so the
+// plug-in's phase advance, frame index × Frequency × 360 / time_scale,
+// is Frequency × 360 degrees per second of video in every host.
+#pragma once
+
+#include <stdint.h>
+
+#include <string>
+
+namespace tarvo::frei0r {
+
+enum class TimeUnit { Seconds, Milliseconds };
+
+// TARVO_RIPPLE_TIME_UNIT ("s"/"seconds" or "ms"/"milliseconds") when set;
+// otherwise milliseconds inside an ffmpeg process (libavfilter loaded and
+// no MLT), seconds everywhere else. *why says which rule decided; *error
+// is set when the variable holds something else (seconds are used then).
+TimeUnit DetectTimeUnit(std::string* why, std::string* error);
+const char* TimeUnitName(TimeUnit u);
+
+struct HostTime {
+  int32_t current;
+  int32_t step;
+  uint32_t scale;
+};
+
+// time in the given unit → host time in whole milliseconds (rounded to
+// nearest; not a number gives 0; beyond the 32-bit range is clamped).
+HostTime MapTime(double time, TimeUnit unit);
+
+}  // namespace tarvo::frei0r
