@@ -27,7 +27,7 @@ fail() {
   echo "windows: FAILED: $*" >&2
   exit 1
 }
-step() { echo "== windows: $*"; }
+step() { echo "== windows: [$((SECONDS - started)) s] $*"; }
 
 scripts/setup.sh
 
