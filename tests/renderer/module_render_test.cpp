@@ -136,5 +136,37 @@ TEST_F(ModuleRender, EveryAllocationFailureReportsOnceAndLeavesTheClearedOutput)
   }
 }
 
+// Any 32-bit value in any parameter renders without a fault, a leak or a
+// long loop (huge radii and centres far outside are bounded by the frame).
+TEST_F(ModuleRender, ExtremeParameterValuesRenderSafely) {
+  ModuleAllocStats* stats = module->AllocStats();
+  ASSERT_NE(stats, nullptr);
+  const PF_Fixed values[] = {INT32_MIN, INT32_MIN + 1, -65536, -1, 0, 1, 7 << 16, INT32_MAX};
+  for (int index = 1; index <= 16; ++index) {
+    for (PF_Fixed v : values) {
+      SCOPED_TRACE(::testing::Message() << "param " << index << " value " << v);
+      host->SetParamsToDefaults();
+      PF_ParamDef& p = host->Param(index);
+      switch (p.param_type) {
+        case PF_Param_ANGLE: p.u.ad.value = v; break;
+        case PF_Param_POPUP: p.u.pd.value = v; break;
+        case PF_Param_POINT: p.u.td.x_value = v, p.u.td.y_value = v; break;
+        default: p.u.fd.value = v; break;
+      }
+      const int64_t live = stats->liveBlocks;
+      Image out(kW, kH);
+      EXPECT_EQ(host->Render(input, out), PF_Err_NONE);
+      EXPECT_EQ(stats->liveBlocks, live);
+      const std::string message = host->ErrorMessage();
+      EXPECT_TRUE(message.empty() || message == "Memory Allocation Failure!") << message;
+    }
+  }
+  // A zero time scale makes the phase not a number.
+  host->SetParamsToDefaults();
+  host->SetTime(500, 100, 0);
+  Image out(kW, kH);
+  EXPECT_EQ(host->Render(input, out), PF_Err_NONE);
+}
+
 }  // namespace
 }  // namespace tarvo::host
