@@ -6,6 +6,7 @@
 
 #include <vector>
 
+#include "fixed_point.h"
 #include "output_stage.h"
 #include "output_test_util.h"
 
@@ -34,6 +35,15 @@ TEST(PointSampling, FloorAndCell) {
   EXPECT_EQ(FloorToInt(-2.5f), -3);
   EXPECT_EQ(FloorToInt(-0.25f), -1);
   EXPECT_EQ(FloorToInt(0.0f), 0);
+  EXPECT_EQ(FloorToInt(-3e9f), INT32_MIN);
+  // The definition: truncate, and for a negative value with a fraction
+  // truncate v − 1.
+  auto byDefinition = [](float v) {
+    return v < 0 && fmod(static_cast<double>(v), 1.0) != 0 ? TruncToInt32(v - 1.0) : TruncToInt32(v);
+  };
+  const float samples[] = {-0.0f, -1e-30f, -0.999999f, -1.0f, -1.0000001f, -8388607.5f, -8388608.0f,
+                           -16777217.0f, -2147483520.0f, -2147483904.0f, 0.5f, 1e30f, -1e30f, NAN, -INFINITY};
+  for (float v : samples) EXPECT_EQ(FloorToInt(v), byDefinition(v)) << v;
 
   BilinearWeights w = BilinearCell(2.25f, 3.5f);
   EXPECT_EQ(w.r0, 2);
