@@ -27,20 +27,6 @@ TEST(StretchAngle, RoundsHalfAwayAndNormalisesInto0To359) {
   EXPECT_TRUE(nan >= 0 && nan < 360);
 }
 
-TEST(StretchAngle, MinusThreeSixtyRendersExactlyAsZero) {
-  Inputs in;
-  in.centreRow = 40, in.centreCol = 50, in.radiusPx = 20, in.stretch = 2, in.waveHeightPx = 3;
-  in.angularHeightPx = 2;
-  Rendered zero(100, 80, in);
-  in.stretchAngle = -360;
-  Rendered minus(100, 80, in);
-  ASSERT_TRUE(zero->ready && minus->ready);
-  EXPECT_EQ(minus->stretchAngle, 0);
-  const auto a = rendertest::Spread(*zero), b = rendertest::Spread(*minus);
-  EXPECT_EQ(a.counts, b.counts);
-  EXPECT_EQ(0, memcmp(a.points.data(), b.points.data(), a.points.size() * sizeof(MapPoint)));
-}
-
 TEST(Branch, StretchWithinOnePercentIsUnstretched) {
   Inputs in;
   in.centreRow = 40, in.centreCol = 50, in.stretchAngle = 45;
@@ -82,14 +68,6 @@ TEST(Centre, RoundedHalfAwayAndClampedFromAboveOnly) {
   EXPECT_EQ(before->centreY, -30.5f);
   EXPECT_EQ(before->leftShift, 645);
   EXPECT_EQ(before->rightShift, 635);
-}
-
-TEST(Geometry, TwirlScalesUseTheUntruncatedHalfWidth) {
-  Inputs in;
-  Rendered odd(101, 50, in);
-  EXPECT_EQ(odd->twirlScale, static_cast<float>(180.0 / 50.5));
-  EXPECT_EQ(odd->twirlGrowth, static_cast<float>(3.0 / 50.5));
-  EXPECT_EQ(odd->outerRadiusPx, 100.0f);
 }
 
 TEST(QuadrantSize, BoundedByTheFarthestEdge) {

@@ -81,28 +81,6 @@ TEST(Spread, RadiusZeroWritesNoRow) {
   }
 }
 
-TEST(Spread, SmallRippleWritesOnlyTheRowsAndColumnsItReaches) {
-  for (float stretch : {1.0f, 1.5f}) {
-    Inputs in;
-    in.centreRow = 40, in.centreCol = 60, in.radiusPx = 5, in.stretch = stretch, in.stretchAngle = 30;
-    in.waveHeightPx = 2;
-    Rendered r(120, 80, in);
-    ASSERT_TRUE(r->ready);
-    const CountingSink sink = rendertest::Spread(*r);
-    ExpectSpansMatchWrites(sink);
-    // Outer radius 10 around (40.5, 60.5); the rotated spans cover the
-    // ellipse with semi-axes 15 and 10 around it.
-    const double reach = 10 * stretch + 1;
-    for (const auto& [row, span] : sink.spans) {
-      EXPECT_LE(fabs(row - 40.5), reach) << row;
-      EXPECT_GE(span.first, 60.5 - reach) << row;
-      EXPECT_LE(span.second, 60.5 + reach) << row;
-    }
-    EXPECT_EQ(sink.spans.count(40), 1u);
-    EXPECT_EQ(sink.spans.count(20), 0u);
-  }
-}
-
 TEST(Spread, CentreAtColumnZero) {
   Inputs in;
   in.centreRow = 30, in.centreCol = 0.2f, in.radiusPx = 1e5f, in.waveHeightPx = 3;
@@ -213,29 +191,6 @@ TEST(RotatedSpread, LowerHalfSamplesOneColumnToTheRight) {
       const double d = hypot(y - 60.5, x + shift - 80.5);
       ASSERT_NEAR(p.row, y, kTol * d + 1e-4) << y << "," << x;
       ASSERT_NEAR(p.column, x + shift, kTol * d + 1e-4) << y << "," << x;
-    }
-  }
-}
-
-TEST(Spread, DisplacementMovesPointsOutwardAndTurnsThem) {
-  // With only a radial part every point moves away from the centre along
-  // its own direction; with only an angular part it keeps its distance.
-  Inputs in;
-  in.centreRow = 50, in.centreCol = 50, in.radiusPx = 1e4f, in.degreesPerPixel = 0, in.phase = 90;
-  in.waveHeightPx = 2;
-  Rendered radial(100, 100, in);
-  const CountingSink a = rendertest::Spread(*radial);
-  in.waveHeightPx = 0, in.angularHeightPx = 2, in.twirl = 1;
-  Rendered angular(100, 100, in);
-  const CountingSink b = rendertest::Spread(*angular);
-  for (int32_t y = 0; y <= 100; y += 7) {
-    for (int32_t x = 0; x <= 100; x += 7) {
-      const double dy = y - 50.5, dx = x - 50.5, d = hypot(dy, dx);
-      const MapPoint& p = a.Point(y, x);
-      EXPECT_NEAR(hypot(p.row - 50.5, p.column - 50.5), d + 2, 1e-4 * d + 1e-3) << y << "," << x;
-      EXPECT_NEAR((p.row - 50.5) * dx - (p.column - 50.5) * dy, 0.0, 0.02 * d) << y << "," << x;
-      const MapPoint& q = b.Point(y, x);
-      EXPECT_NEAR(hypot(q.row - 50.5, q.column - 50.5), d, 1e-4 * d + 1e-3) << y << "," << x;
     }
   }
 }
