@@ -44,6 +44,7 @@ std::mutex g_lock;  // guards everything below and every call into the plug-in
 std::unique_ptr<host::Module> g_module;
 int g_instances = 0;
 bool g_warnedTooLarge = false;
+bool g_warnedWidth16 = false;
 
 void Say(const std::string& what) { fprintf(stderr, "tarvo_ripple: %s\n", what.c_str()); }
 
@@ -183,6 +184,12 @@ Instance* Construct(unsigned width, unsigned height) {
     Say("frames of " + std::to_string(width) + "x" + std::to_string(height) +
         " exceed what the effect can process (at most 4095 pixels wide and 32767 high); they are "
         "passed through unchanged");
+  }
+  if (width % 16 != 0 && !g_warnedWidth16 && DetectHost() == HostKind::Ffmpeg) {
+    g_warnedWidth16 = true;
+    Say("frame width " + std::to_string(width) +
+        " is not a multiple of 16: ffmpeg's frei0r wrapper garbles such frames; pad the video "
+        "first, e.g. -vf \"pad=ceil(iw/16)*16:ih,frei0r=tarvo_ripple\"");
   }
   inst->host = MakeHost(inst->trace);
   if (!inst->host) return nullptr;

@@ -39,18 +39,19 @@ TimeUnit DetectTimeUnit(std::string* why, std::string* error) {
     *why = "frei0r default";
     return TimeUnit::Seconds;
   }
-  // MLT applications may carry libavfilter too (MLT's avformat module), so
-  // MLT is checked first.
-  if (ProcessHas("mlt_factory_init")) {
-    *why = "MLT";
-    return TimeUnit::Seconds;
-  }
-  if (ProcessHas("avfilter_get_by_name")) {
-    *why = "ffmpeg (libavfilter)";
-    return TimeUnit::Milliseconds;
+  switch (DetectHost()) {
+    case HostKind::Mlt: *why = "MLT"; return TimeUnit::Seconds;
+    case HostKind::Ffmpeg: *why = "ffmpeg (libavfilter)"; return TimeUnit::Milliseconds;
+    case HostKind::Other: break;
   }
   *why = "frei0r default";
   return TimeUnit::Seconds;
+}
+
+HostKind DetectHost() {
+  if (ProcessHas("mlt_factory_init")) return HostKind::Mlt;
+  if (ProcessHas("avfilter_get_by_name")) return HostKind::Ffmpeg;
+  return HostKind::Other;
 }
 
 HostTime MapTime(double time, TimeUnit unit) {

@@ -14,6 +14,12 @@ namespace tarvo::frei0r {
 
 enum class TimeUnit { Seconds, Milliseconds };
 
+// Which frei0r host this process is, from the libraries it has loaded.
+// MLT applications may carry libavfilter too (MLT's avformat module), so
+// MLT wins.
+enum class HostKind { Mlt, Ffmpeg, Other };
+HostKind DetectHost();
+
 // TARVO_RIPPLE_TIME_UNIT ("s"/"seconds" or "ms"/"milliseconds") when set;
 // otherwise milliseconds inside an ffmpeg process (libavfilter loaded and
 // no MLT), seconds everywhere else. *why says which rule decided; *error

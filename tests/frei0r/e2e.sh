@@ -50,6 +50,10 @@ if [[ $mode == ffmpeg ]]; then
     -vf "frei0r=filter_name=tarvo_ripple:filter_params=$params" -f rawvideo -pix_fmt rgba -y out.rgba 2>trace.txt \
     || { cat trace.txt >&2; fail "ffmpeg failed"; }
   unit=milliseconds
+  # A width that is not a multiple of 16 is named as ffmpeg's problem.
+  ffmpeg -nostdin -hide_banner -loglevel error -f lavfi -i testsrc=size=328x48:rate=$FPS -frames:v 1 \
+    -vf frei0r=tarvo_ripple -f null - 2>warn.txt || { cat warn.txt >&2; fail "ffmpeg failed at width 328"; }
+  grep -q "width 328 is not a multiple of 16" warn.txt || { cat warn.txt >&2; fail "no warning for width 328"; }
   sent() { echo "$(( $1 * MS ))"; }
 else
   ffmpeg -nostdin -hide_banner -loglevel error -f rawvideo -pix_fmt rgba -s ${W}x${H} -r $FPS -i src.rgba \
