@@ -123,15 +123,6 @@ TEST(AreaSampler, Weight255CountsAsFull) {
   EXPECT_EQ(cut.red, whole.red);
   EXPECT_EQ(cut.alpha, whole.alpha);
   EXPECT_EQ(whole.green, (uint64_t(r[0].green) + r[1].green) * 256);
-
-  // The same at a bottom edge: 255/256 into row 1.
-  TestImage u(2, 3);
-  u.Fill(PF_Pixel{255, 100, 100, 100});
-  u.At(1, 0) = PF_Pixel{255, 0, 0, 0};
-  u.At(1, 1) = PF_Pixel{255, 0, 0, 0};
-  const PF_Pixel nearlyTwoRows = BoxSample(u.image, 0, 2 * 65536, 0, 2 * 65536 - 256, 4.0f);
-  const PF_Pixel twoRows = BoxSample(u.image, 0, 2 * 65536, 0, 2 * 65536, 4.0f);
-  EXPECT_EQ(nearlyTwoRows.red, twoRows.red);
 }
 
 TEST(AreaSampler, PointOrderDoesNotMatter) {
@@ -284,8 +275,6 @@ TEST(AreaSamplerBadInput, NonFiniteAndHugeCoordinatesStayInside) {
   const float inf = std::numeric_limits<float>::infinity();
   const float cases[][8] = {
       {nan, nan, nan, nan, nan, nan, nan, nan},
-      {0, 0, nan, 1, 1, 0, 1, 1},
-      {0, 0, 0, inf, 1, 0, 1, 1},
       {-inf, -inf, inf, inf, 0, 0, 1, 1},
       {-1e9f, -1e9f, 1e9f, 1e9f, 0, 0, 1, 1},
       {3e4f, 3e4f, 3e4f + 1, 3e4f + 1, 3e4f, 3e4f, 3e4f, 3e4f},
