@@ -1,0 +1,220 @@
+// Renders through the command line, compared with the same renders made
+// through the in-process host: defaults, every option, popup names against
+// numbers, channel layouts and formats, sequences and worker processes.
+#include <gtest/gtest.h>
+
+#include "cli_support.h"
+#include "fixed_point.h"
+
+namespace tarvo::clitest {
+namespace {
+
+// The CLI's output file as the effect wrote it.
+host::Image Output(const std::string& path) {
+  Rgba p;
+  EXPECT_TRUE(ReadPicture(path, &p)) << path;
+  EXPECT_EQ(p.channels, 4) << path;
+  return ToArgb(p);
+}
+
+bool SamePixels(const host::Image& a, const host::Image& b) {
+  if (a.width != b.width || a.height != b.height) return false;
+  for (int y = 0; y < a.height; ++y)
+    if (memcmp(a.Row(y), b.Row(y), static_cast<size_t>(a.width) * 4) != 0) return false;
+  return true;
+}
+
+TEST(CliRender, DefaultsAreByteIdenticalToTheInProcessHost) {
+  const std::string dir = TestDir();
+  const Rgba picture = MakePicture(97, 61, 4);
+  ASSERT_TRUE(WritePicture(dir + "/in.png", picture));
+  const RunResult r = RunCli({"in.png", "out.png"}, dir);
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_EQ(r.err, "");
+  EXPECT_EQ(r.out, "");
+
+  InProcess p;
+  const host::Image expected = p.Render(ToArgb(picture));
+  EXPECT_TRUE(SamePixels(Output(dir + "/out.png"), expected));
+  // The ripple moved pixels: the effect did not just copy its input.
+  EXPECT_FALSE(SamePixels(expected, ToArgb(picture)));
+}
+
+TEST(CliRender, EveryOptionReachesThePluginAsTheHostWouldSetIt) {
+  const std::string dir = TestDir();
+  const Rgba picture = MakePicture(120, 90, 4);
+  ASSERT_TRUE(WritePicture(dir + "/in.png", picture));
+  const RunResult r = RunCli({"in.png", "out.png", "--radius", "40.5", "--center", "30.25,20", "--wave-height", "5",
+                              "--angular-wave-height", "2", "--wave-width", "10", "--waveform", "3", "--frequency",
+                              "-20", "--intensity", "super", "--stretch", "50", "--stretch-angle", "30", "--twirl",
+                              "Hyper Twirl", "--pin-mode", "pin-left", "--antialias", "med", "--chaos-blend", "40",
+                              "--chaos", "70", "--phase", "-45.5", "--quality", "low", "--time", "7", "--time-step",
+                              "2", "--time-scale", "24"},
+                             dir);
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+
+  InProcess p;
+  host::Host& h = p.Host();
+  h.Param(p.Index("Radius")).u.fd.value = 2654208;  // 40.5 × 65536
+  h.SetPointPixels(p.Index("Center"), 1982464, 20 << 16);
+  h.Param(p.Index("Wave Height")).u.fd.value = 5 << 16;
+  h.Param(p.Index("Angular Wave Height")).u.fd.value = 2 << 16;
+  h.Param(p.Index("Wave Width")).u.fd.value = 10 << 16;
+  h.Param(p.Index("WaveForm")).u.pd.value = 3;
+  h.Param(p.Index("Frequency")).u.fd.value = -20 * 65536;
+  h.Param(p.Index("Intensity")).u.pd.value = 3;
+  h.Param(p.Index("Stretch")).u.fd.value = 50 << 16;
+  h.Param(p.Index("Stretch Angle")).u.ad.value = 30 << 16;
+  h.Param(p.Index("Twirl")).u.pd.value = 4;
+  h.Param(p.Index("Pin Mode")).u.pd.value = 5;
+  h.Param(p.Index("Antialias")).u.pd.value = 2;
+  h.Param(p.Index("Chaos Blend")).u.fd.value = 40 << 16;
+  h.Param(p.Index("Chaos")).u.fd.value = 70 << 16;
+  h.Param(p.Index("Phase")).u.ad.value = -2981888;  // −45.5 × 65536
+  h.SetQuality(PF_Quality_LO);
+  h.SetTime(7, 2, 24);
+  const host::Image expected = p.Render(ToArgb(picture));
+  EXPECT_TRUE(SamePixels(Output(dir + "/out.png"), expected));
+
+  // The same options differ from the defaults' render.
+  InProcess d;
+  EXPECT_FALSE(SamePixels(expected, d.Render(ToArgb(picture))));
+}
+
+TEST(CliRender, ValuesTruncateTowardZeroAndTheDeclaredDefaultIsAlwaysAccepted) {
+  const std::string dir = TestDir();
+  const Rgba picture = MakePicture(40, 30, 4);
+  ASSERT_TRUE(WritePicture(dir + "/in.png", picture));
+  // 2^-17 below 25 truncates to just under 25; −0.00001 truncates to 0.
+  ASSERT_EQ(RunCli({"in.png", "a.png", "--radius", "24.9999923706", "--stretch", "-0.00001", "--chaos", "0"}, dir)
+                .exitCode,
+            0);
+  InProcess p;
+  p.Host().Param(p.Index("Radius")).u.fd.value = 1638399;
+  EXPECT_TRUE(SamePixels(Output(dir + "/a.png"), p.Render(ToArgb(picture))));
+}
+
+TEST(CliRender, PopupNamesAndNumbersSelectTheSameChoice) {
+  const std::string dir = TestDir();
+  ASSERT_TRUE(WritePicture(dir + "/in.png", MakePicture(48, 40, 4)));
+  const std::vector<std::vector<std::string>> same = {
+      {"--waveform", "triangle", "2"},   {"--waveform", "HALF SINE", "8"}, {"--waveform", "spectrum-14", "22"},
+      {"--intensity", "Low", "1"},       {"--twirl", "super twirl", "3"},  {"--pin-mode", "Pin Vertical", "11"},
+      {"--pin-mode", "pin_center", "3"}, {"--antialias", "low", "3"},
+  };
+  int n = 0;
+  for (const auto& c : same) {
+    const std::string a = "n" + std::to_string(n) + ".png", b = "v" + std::to_string(n++) + ".png";
+    ASSERT_EQ(RunCli({"in.png", a, c[0], c[1]}, dir).exitCode, 0) << c[0] << " " << c[1];
+    ASSERT_EQ(RunCli({"in.png", b, c[0], c[2]}, dir).exitCode, 0) << c[0] << " " << c[2];
+    EXPECT_EQ(ReadFile(dir + "/" + a), ReadFile(dir + "/" + b)) << c[0] << " " << c[1];
+  }
+  // The two unnamed wave shapes and a separator's number are valid values.
+  for (const char* v : {"23", "24"}) EXPECT_EQ(RunCli({"in.png", "w.png", "--waveform", v}, dir).exitCode, 0) << v;
+  EXPECT_EQ(RunCli({"in.png", "w.png", "--pin-mode", "4"}, dir).exitCode, 0);
+}
+
+TEST(CliRender, GrayAndColourInputsGetOpaqueAlphaAndKeepTheirSize) {
+  const std::string dir = TestDir();
+  for (int channels : {1, 2, 3}) {
+    const Rgba picture = MakePicture(33, 21, channels);
+    const std::string in = "in" + std::to_string(channels) + ".png", out = "out" + std::to_string(channels) + ".png";
+    ASSERT_TRUE(WritePicture(dir + "/" + in, picture));
+    ASSERT_EQ(RunCli({in, out}, dir).exitCode, 0) << channels;
+    host::Image argb = ToArgb(picture);
+    if (channels != 2) {
+      EXPECT_EQ(argb.At(5, 5).alpha, 255);
+    }
+    InProcess p;
+    EXPECT_TRUE(SamePixels(Output(dir + "/" + out), p.Render(argb))) << channels << " channels";
+  }
+}
+
+TEST(CliRender, FormatsFollowTheOutputExtension) {
+  const std::string dir = TestDir();
+  const Rgba picture = MakePicture(64, 48, 4);
+  ASSERT_TRUE(WritePicture(dir + "/in.tif", picture));
+  InProcess p;
+  const host::Image expected = p.Render(ToArgb(picture));
+  // TIFF and OpenEXR keep alpha; an 8-bit value survives EXR's half floats.
+  for (const char* out : {"out.png", "out.tif", "out.exr"}) {
+    ASSERT_EQ(RunCli({"in.tif", out}, dir).exitCode, 0) << out;
+    EXPECT_TRUE(SamePixels(Output(dir + "/" + out), expected)) << out;
+  }
+  // JPEG holds no alpha: three channels, colour only roughly kept.
+  ASSERT_EQ(RunCli({"in.tif", "out.jpg"}, dir).exitCode, 0);
+  Rgba jpeg;
+  ASSERT_TRUE(ReadPicture(dir + "/out.jpg", &jpeg));
+  EXPECT_EQ(jpeg.channels, 3);
+  EXPECT_EQ(jpeg.width, 64);
+  // And a JPEG reads back in as an opaque input.
+  ASSERT_EQ(RunCli({"out.jpg", "again.png"}, dir).exitCode, 0);
+  EXPECT_EQ(Output(dir + "/again.png").width, 64);
+}
+
+TEST(CliRender, DemoPictureHasSizeColourAndASoftAlphaEdge) {
+  const std::string dir = TestDir();
+  ASSERT_EQ(RunCli({"--demo", "demo.png"}, dir).exitCode, 0);
+  const host::Image demo = Output(dir + "/demo.png");
+  EXPECT_EQ(demo.width, 640);
+  EXPECT_EQ(demo.height, 480);
+  int alphas[256] = {};
+  for (int y = 0; y < demo.height; ++y)
+    for (int x = 0; x < demo.width; ++x) ++alphas[demo.At(y, x).alpha];
+  int distinct = 0;
+  for (int a = 0; a < 256; ++a) distinct += alphas[a] > 0;
+  EXPECT_GT(alphas[255], 640 * 480 / 2);
+  EXPECT_GT(distinct, 20);  // a soft edge, not a hard one
+  EXPECT_LT(demo.At(0, 0).alpha, 16);
+
+  ASSERT_EQ(RunCli({"--demo", "small.tif", "--size", "33x17"}, dir).exitCode, 0);
+  const host::Image small = Output(dir + "/small.tif");
+  EXPECT_EQ(small.width, 33);
+  EXPECT_EQ(small.height, 17);
+}
+
+TEST(CliSequence, RingsTravelAndEachFrameRendersAtItsOwnTime) {
+  const std::string dir = TestDir();
+  const RunResult r = RunCli({"--demo", "f_%03d.png", "--size", "96x64", "--frames", "3-6", "--time-step", "2",
+                              "--quiet", "--jobs", "1"},
+                             dir);
+  ASSERT_EQ(r.exitCode, 0) << r.err;
+  EXPECT_EQ(r.err, "");
+  EXPECT_FALSE(Exists(dir + "/f_002.png"));
+  EXPECT_FALSE(Exists(dir + "/f_007.png"));
+  for (int n = 3; n <= 6; ++n) ASSERT_TRUE(Exists(dir + "/f_00" + std::to_string(n) + ".png")) << n;
+  for (int n = 3; n < 6; ++n)
+    EXPECT_NE(ReadFile(dir + "/f_00" + std::to_string(n) + ".png"), ReadFile(dir + "/f_00" + std::to_string(n + 1) + ".png"))
+        << "frames " << n << " and " << n + 1 << " are the same: the rings do not move";
+
+  // Frame 5 at time step 2 is the still rendered at time 10.
+  ASSERT_EQ(RunCli({"--demo", "t10.png", "--size", "96x64", "--time", "10", "--time-step", "2"}, dir).exitCode, 0);
+  EXPECT_EQ(ReadFile(dir + "/t10.png"), ReadFile(dir + "/f_005.png"));
+}
+
+TEST(CliSequence, InputFramesMapToOutputFrames) {
+  const std::string dir = TestDir();
+  ASSERT_TRUE(WritePicture(dir + "/in_1.png", MakePicture(40, 30, 4)));
+  ASSERT_TRUE(WritePicture(dir + "/in_2.png", MakePicture(30, 40, 3)));
+  ASSERT_EQ(RunCli({"in_%d.png", "out_%02d.tif", "--frames", "1-2", "--jobs", "1"}, dir).exitCode, 0);
+  Rgba two;
+  ASSERT_TRUE(WritePicture(dir + "/still.png", MakePicture(30, 40, 3)));
+  ASSERT_EQ(RunCli({"still.png", "still_out.png", "--time", "2"}, dir).exitCode, 0);
+  EXPECT_TRUE(SamePixels(Output(dir + "/out_02.tif"), Output(dir + "/still_out.png")));
+  EXPECT_EQ(Output(dir + "/out_01.tif").width, 40);
+}
+
+TEST(CliSequence, WorkerProcessesWriteWhatOneProcessWrites) {
+  const std::string dir = TestDir();
+  ASSERT_EQ(RunCli({"--demo", "one_%02d.png", "--size", "80x60", "--frames", "0-6", "--jobs", "1"}, dir).exitCode, 0);
+  ASSERT_EQ(RunCli({"--demo", "three_%02d.png", "--size", "80x60", "--frames", "0-6", "--jobs", "3"}, dir).exitCode, 0);
+  for (int n = 0; n <= 6; ++n) {
+    const std::string k = "_0" + std::to_string(n) + ".png";
+    ASSERT_TRUE(Exists(dir + "/three" + k)) << n;
+    EXPECT_EQ(ReadFile(dir + "/one" + k), ReadFile(dir + "/three" + k)) << "frame " << n;
+  }
+  EXPECT_TRUE(FilesContaining(dir, ".tmp").empty());
+}
+
+}  // namespace
+}  // namespace tarvo::clitest
