@@ -14,24 +14,28 @@ namespace tarvo {
 // One period of degrees in 16.16.
 constexpr int64_t kWavePeriodFixed = 360 * 65536;
 
+// An angle beyond ±32000° (or not finite) in 16.16 after reduction to one
+// period; anything non-finite ends as a defined index through FloatToFixed.
+[[gnu::noinline, gnu::cold]] inline int32_t ReduceLargeAngle(float angle) {
+  if (angle >= 0.0f) {
+    angle = static_cast<float>(fmod(static_cast<double>(angle), 360.0));
+  } else {
+    angle = static_cast<float>(360.0 - fmod(-static_cast<double>(angle), 360.0) - static_cast<double>(0.01f));
+  }
+  return FloatToFixed(static_cast<double>(angle));
+}
+
 // The table's value at any angle in degrees, in [−1, +1].
 inline float ReadWave(float angle, const int32_t* entries) {
-  if (!(fabsf(angle) <= 32000.0f)) {
-    // Range reduction only for large angles; anything non-finite ends as a
-    // defined index through FloatToFixed.
-    if (angle >= 0.0f) {
-      angle = static_cast<float>(fmod(static_cast<double>(angle), 360.0));
-    } else {
-      angle = static_cast<float>(360.0 - fmod(-static_cast<double>(angle), 360.0) -
-                                 static_cast<double>(0.01f));
-    }
-  }
-  const int64_t t = FloatToFixed(static_cast<double>(angle));
+  // Up to ±32000° the product fits in 32 bits and truncates directly.
+  const int64_t t = fabsf(angle) <= 32000.0f ? static_cast<int32_t>(static_cast<double>(angle) * 65536.0)
+                                              : ReduceLargeAngle(angle);
+  // Within one period either side of 0 the remainder needs no division.
   int64_t r;
   if (t >= 0) {
     r = t < kWavePeriodFixed ? t : t % kWavePeriodFixed;
   } else {
-    r = kWavePeriodFixed - (-t) % kWavePeriodFixed;
+    r = t > -kWavePeriodFixed ? kWavePeriodFixed + t : kWavePeriodFixed - (-t) % kWavePeriodFixed;
   }
   const int32_t i = static_cast<int32_t>(r >> 16);
   const int32_t f = static_cast<int32_t>((r >> 8) & 255);
