@@ -15,7 +15,8 @@ namespace tarvo {
 //
 // Indices outside their menus: an unknown intensity leaves the heights and
 // width unchanged, an unknown antialias samples bilinearly, an unknown twirl
-// renders as "No Twirl".
+// renders as "No Twirl", an unknown waveform is tabulated as Sine and an
+// unknown pin mode pins nothing.
 void RenderRipple(const PixelImage& source, PixelImage& destination, float waveHeight, float angularHeight,
                   float waveWidth, float radius, float stretch, float stretchAngle, float phase, int32_t waveform,
                   int32_t pinMode, int32_t twirl, float centreX, float centreY, float chaos, int32_t antialias,
