@@ -316,11 +316,27 @@ F0R_EXPORT void f0r_get_param_value(f0r_instance_t instance, f0r_param_t param, 
   *static_cast<double*>(param) = inst->values[index];
 }
 
+namespace {
+
+// Nothing may unwind into the host's C frames: a failure passes the frame through.
+void GuardedRender(f0r_instance_t instance, double time, const uint32_t* inframe, uint32_t* outframe) {
+  auto* inst = static_cast<Instance*>(instance);
+  try {
+    Render(inst, time, inframe, outframe);
+  } catch (const std::exception& e) {
+    if (!inst || !inframe || !outframe) return;
+    inst->ReportOnce(std::string("frame passed through unchanged: ") + e.what());
+    if (inframe != outframe) memmove(outframe, inframe, inst->Bytes());
+  }
+}
+
+}  // namespace
+
 F0R_EXPORT void f0r_update(f0r_instance_t instance, double time, const uint32_t* inframe, uint32_t* outframe) {
-  Render(static_cast<Instance*>(instance), time, inframe, outframe);
+  GuardedRender(instance, time, inframe, outframe);
 }
 
 F0R_EXPORT void f0r_update2(f0r_instance_t instance, double time, const uint32_t* inframe1, const uint32_t*,
                             const uint32_t*, uint32_t* outframe) {
-  Render(static_cast<Instance*>(instance), time, inframe1, outframe);
+  GuardedRender(instance, time, inframe1, outframe);
 }
