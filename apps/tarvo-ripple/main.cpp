@@ -120,7 +120,7 @@ int Run(int argc, char** argv) {
     }
     const PF_ParamType t = o.declared.def.param_type;
     app.add_option("--" + o.name, paramText[i], OptionHelp(o))
-        ->type_name(t == PF_Param_POINT ? "X,Y" : t == PF_Param_POPUP ? "N|NAME" : "VALUE")
+        ->type_name(t == PF_Param_POINT ? "X,Y" : t == PF_Param_POPUP ? "N|NAME" : t == PF_Param_ANGLE ? "DEGREES" : "VALUE")
         ->group("Effect parameters");
   }
 

@@ -75,8 +75,27 @@ TEST_F(CliErrors, OptionsAndValues) {
   for (const ErrorCase& c : cases) ExpectFailure(c, dir, "out.png");
 }
 
+// CRC-32 of PNG chunks.
+uint32_t Crc32(const std::string& bytes) {
+  uint32_t c = 0xFFFFFFFFu;
+  for (unsigned char b : bytes) {
+    c ^= b;
+    for (int k = 0; k < 8; ++k) c = (c >> 1) ^ (0xEDB88320u & (0u - (c & 1u)));
+  }
+  return c ^ 0xFFFFFFFFu;
+}
+
+// The PNG with its header saying 0 × 0 pixels (and a valid checksum).
+std::string ZeroSizedPng(std::string png) {
+  for (int i = 16; i < 24; ++i) png[static_cast<size_t>(i)] = 0;  // IHDR width and height
+  const uint32_t crc = Crc32(png.substr(12, 17));
+  for (int i = 0; i < 4; ++i) png[static_cast<size_t>(29 + i)] = static_cast<char>(crc >> (24 - 8 * i));
+  return png;
+}
+
 TEST_F(CliErrors, InputsThatCannotBeRendered) {
   std::ofstream(dir + "/empty.png").close();
+  std::ofstream(dir + "/zero.png", std::ios::binary) << ZeroSizedPng(ReadFile(dir + "/in.png"));
   std::ofstream(dir + "/text.png") << "not an image\n";
   const std::string png = ReadFile(dir + "/in.png");
   std::ofstream(dir + "/cut.png", std::ios::binary) << png.substr(0, png.size() / 2);
@@ -87,6 +106,7 @@ TEST_F(CliErrors, InputsThatCannotBeRendered) {
       {{"missing.png", "out.png"}, 2, "cannot read missing.png: no such file"},
       {{"folder.png", "out.png"}, 2, "cannot read folder.png: it is a directory"},
       {{"empty.png", "out.png"}, 2, "cannot read empty.png: Not a PNG file"},
+      {{"zero.png", "out.png"}, 2, "cannot read zero.png: PNG read error: Invalid IHDR data"},
       {{"text.png", "out.png"}, 2, "cannot read text.png: Not a PNG file"},
       {{"cut.png", "out.png"}, 2, "cannot read cut.png: Read error: hit end of file"},
       {{"wide.png", "out.png"}, 2, "wide.png is 4096x2, larger than the effect allows (4095x32767 at most)"},
