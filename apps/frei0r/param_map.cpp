@@ -17,7 +17,7 @@ constexpr int32_t kAntialias[] = {1, 2, 3};
 
 #define ENTRIES(a) a, static_cast<int>(sizeof a / sizeof a[0])
 
-const ParamSpec kSpecs[kNumParams] = {
+const ParamInfo kInfos[kNumParams] = {
     {"Radius",
      "Radius of the rippled area (percent of width / 100); the waves fade out between the radius "
      "and twice it. Default 0.25",
@@ -108,14 +108,14 @@ const PF_ParamDef& Declared(const host::Host& host, int pluginIndex) {
 
 }  // namespace
 
-const ParamSpec& Spec(int index) { return kSpecs[index]; }
+const ParamInfo& Info(int index) { return kInfos[index]; }
 
 std::string CheckDeclarations(const host::Host& host) {
   const auto& declared = host.Declared();
   if (declared.size() != kPluginParams)
     return "the plug-in declares " + std::to_string(declared.size()) + " parameters, not " +
            std::to_string(kPluginParams);
-  for (const ParamSpec& s : kSpecs) {
+  for (const ParamInfo& s : kInfos) {
     if (s.kind == Kind::Draft) continue;
     const PF_ParamDef& d = Declared(host, s.pluginIndex);
     if (d.param_type != ExpectedType(s.kind))
@@ -133,10 +133,10 @@ std::string CheckDeclarations(const host::Host& host) {
   return "";
 }
 
-double InitialValue(const ParamSpec& spec, const host::Host& host) {
-  if (spec.kind == Kind::Draft) return 0.0;
-  const PF_ParamDef& d = Declared(host, spec.pluginIndex);
-  switch (spec.kind) {
+double InitialValue(const ParamInfo& info, const host::Host& host) {
+  if (info.kind == Kind::Draft) return 0.0;
+  const PF_ParamDef& d = Declared(host, info.pluginIndex);
+  switch (info.kind) {
     case Kind::Slider: {
       const double lo = d.u.fd.valid_min, hi = d.u.fd.valid_max;
       return std::clamp((d.u.fd.dephault - lo) / (hi - lo), 0.0, 1.0);
@@ -145,9 +145,9 @@ double InitialValue(const ParamSpec& spec, const host::Host& host) {
     case Kind::Popup: {
       // The middle of the default entry's step, so rounding in a user
       // interface keeps the same entry.
-      const int32_t* e = std::find(spec.entries, spec.entries + spec.numEntries, d.u.pd.dephault);
-      const int pos = e == spec.entries + spec.numEntries ? 0 : static_cast<int>(e - spec.entries);
-      return (pos + 0.5) / spec.numEntries;
+      const int32_t* e = std::find(info.entries, info.entries + info.numEntries, d.u.pd.dephault);
+      const int pos = e == info.entries + info.numEntries ? 0 : static_cast<int>(e - info.entries);
+      return (pos + 0.5) / info.numEntries;
     }
     case Kind::CenterX: return d.u.td.x_dephault / kFixedOne / 100.0;
     case Kind::CenterY: return d.u.td.y_dephault / kFixedOne / 100.0;
@@ -166,13 +166,13 @@ bool ClampUnit(double* v, double fallback) {
   return false;
 }
 
-void ApplyValue(const ParamSpec& spec, double v, host::Host& host) {
-  if (spec.kind == Kind::Draft) {
+void ApplyValue(const ParamInfo& info, double v, host::Host& host) {
+  if (info.kind == Kind::Draft) {
     host.SetQuality(v >= 0.5 ? PF_Quality_LO : PF_Quality_HI);
     return;
   }
-  PF_ParamDef& p = host.Param(spec.pluginIndex);
-  switch (spec.kind) {
+  PF_ParamDef& p = host.Param(info.pluginIndex);
+  switch (info.kind) {
     case Kind::Slider: {
       PF_FixedSliderDef& fd = p.u.fd;
       const double lo = fd.valid_min / kFixedOne, hi = fd.valid_max / kFixedOne;
@@ -182,8 +182,8 @@ void ApplyValue(const ParamSpec& spec, double v, host::Host& host) {
     case Kind::Angle: p.u.ad.value = RoundToFixed(v * 360.0); break;
     case Kind::Popup: {
       // A small tolerance so that k / N, however it was rounded, selects entry k + 1.
-      const int k = static_cast<int>(floor(v * spec.numEntries + 1e-9));
-      p.u.pd.value = spec.entries[std::clamp(k, 0, spec.numEntries - 1)];
+      const int k = static_cast<int>(floor(v * info.numEntries + 1e-9));
+      p.u.pd.value = info.entries[std::clamp(k, 0, info.numEntries - 1)];
       break;
     }
     case Kind::CenterX:
@@ -193,7 +193,7 @@ void ApplyValue(const ParamSpec& spec, double v, host::Host& host) {
 }
 
 void ApplyCenter(double x, double y, int32_t width, int32_t height, host::Host& host) {
-  host.SetPointPixels(kSpecs[1].pluginIndex, RoundToFixed(x * width), RoundToFixed(y * height));
+  host.SetPointPixels(kInfos[1].pluginIndex, RoundToFixed(x * width), RoundToFixed(y * height));
 }
 
 }  // namespace tarvo::frei0r

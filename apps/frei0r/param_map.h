@@ -22,7 +22,7 @@ namespace tarvo::frei0r {
 
 enum class Kind { Slider, Angle, Popup, CenterX, CenterY, Draft };
 
-struct ParamSpec {
+struct ParamInfo {
   const char* name;
   const char* explanation;
   Kind kind;
@@ -33,7 +33,7 @@ struct ParamSpec {
 
 constexpr int kNumParams = 18;
 // Parameter index → its description; index must be 0..kNumParams − 1.
-const ParamSpec& Spec(int index);
+const ParamInfo& Info(int index);
 
 // "" when the plug-in's declarations are what the table above expects
 // (sixteen parameters of the right types, menus long enough); otherwise
@@ -41,7 +41,7 @@ const ParamSpec& Spec(int index);
 std::string CheckDeclarations(const host::Host& host);
 
 // The frei0r value that gives the plug-in's declared default.
-double InitialValue(const ParamSpec& spec, const host::Host& host);
+double InitialValue(const ParamInfo& info, const host::Host& host);
 
 // Clamps v to 0–1; false when v was outside (or not a number, which gives
 // the initial value *fallback).
@@ -51,7 +51,7 @@ bool ClampUnit(double* v, double fallback);
 // host's parameter array (or host state, for Draft), for a frame of
 // width × height pixels. Both centre values are needed for the point, so
 // the centre takes them together.
-void ApplyValue(const ParamSpec& spec, double v, host::Host& host);
+void ApplyValue(const ParamInfo& info, double v, host::Host& host);
 void ApplyCenter(double x, double y, int32_t width, int32_t height, host::Host& host);
 
 }  // namespace tarvo::frei0r

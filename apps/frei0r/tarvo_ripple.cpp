@@ -193,7 +193,7 @@ Instance* Construct(unsigned width, unsigned height) {
   }
   inst->host = MakeHost(inst->trace);
   if (!inst->host) return nullptr;
-  for (int i = 0; i < kNumParams; ++i) inst->values[i] = inst->initial[i] = InitialValue(Spec(i), *inst->host);
+  for (int i = 0; i < kNumParams; ++i) inst->values[i] = inst->initial[i] = InitialValue(Info(i), *inst->host);
   ++g_instances;
   return inst.release();
 }
@@ -215,7 +215,7 @@ void Render(Instance* inst, double time, const uint32_t* inframe, uint32_t* outf
     std::lock_guard<std::mutex> lock(g_lock);
     host::Host& h = *inst->host;
     for (int i = 0; i < kNumParams; ++i) {
-      const ParamSpec& s = Spec(i);
+      const ParamInfo& s = Info(i);
       if (s.kind != Kind::CenterX && s.kind != Kind::CenterY) ApplyValue(s, inst->values[i], h);
     }
     ApplyCenter(inst->values[1], inst->values[2], static_cast<int32_t>(inst->width),
@@ -267,7 +267,7 @@ F0R_EXPORT void f0r_get_param_info(f0r_param_info_t* info, int index) {
     info->explanation = "";
     return;
   }
-  const ParamSpec& s = Spec(index);
+  const ParamInfo& s = Info(index);
   info->name = s.name;
   info->type = s.kind == Kind::Draft ? F0R_PARAM_BOOL : F0R_PARAM_DOUBLE;
   info->explanation = s.explanation;
@@ -303,7 +303,7 @@ F0R_EXPORT void f0r_set_param_value(f0r_instance_t instance, f0r_param_t param, 
   if (!ClampUnit(&v, inst->initial[index]) && !inst->warnedRange[index]) {
     inst->warnedRange[index] = true;
     char buf[160];
-    snprintf(buf, sizeof buf, "%s = %g is outside 0 to 1; using %g", Spec(index).name,
+    snprintf(buf, sizeof buf, "%s = %g is outside 0 to 1; using %g", Info(index).name,
              *static_cast<const double*>(param), v);
     Say(buf);
   }
