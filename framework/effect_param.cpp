@@ -188,7 +188,10 @@ int32_t PopupParam::IntValue() {
   return host ? host->u.pd.value : 0;
 }
 
-int32_t PopupParam::PopupIndex() { return IntValue() - 1; }
+// Wraps like the host's 32-bit arithmetic for a value no host sends (INT32_MIN).
+int32_t PopupParam::PopupIndex() {
+  return static_cast<int32_t>(static_cast<uint32_t>(IntValue()) - 1u);
+}
 
 void PopupParam::StoreValue(ParamSettings*) {}
 
