@@ -398,5 +398,26 @@ TEST_F(CoordinateRender, AntialiasAndQualityChooseOneOfThreeSamplers) {
   EXPECT_GT(CountDifferent(nearest, bilinear), 1000);
 }
 
+// Chaos Blend 100 at a whole Chaos position n × 10 renders exactly as
+// WaveForm "Spectrum n"; at position 13.3 it lies between Spectrum 13 and
+// 14 and is neither. Chaos Blend 0 leaves WaveForm alone whatever Chaos is.
+TEST_F(CoordinateRender, ChaosAtWholePositionsIsTheSpectrumItself) {
+  auto render = [&](int waveForm, double chaos, double blend) {
+    Reset();
+    Set(kWaveHeight, 10);
+    Set(kWaveForm, waveForm);
+    Set(kChaos, chaos);
+    Set(kChaosBlend, blend);
+    return Render();
+  };
+  for (const int n : {1, 7, 14}) {
+    EXPECT_EQ(CountDifferent(render(3, n * 10, 100), render(8 + n, 0, 0)), 0) << "Spectrum " << n;
+  }
+  const Image between = render(1, 133, 100);
+  EXPECT_GT(CountDifferent(between, render(21, 0, 0)), 1000);
+  EXPECT_GT(CountDifferent(between, render(22, 0, 0)), 1000);
+  EXPECT_EQ(CountDifferent(render(4, 95, 0), render(4, 0, 0)), 0);
+}
+
 }  // namespace
 }  // namespace tarvo::host
