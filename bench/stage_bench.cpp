@@ -1,0 +1,249 @@
+// The render's stages timed one by one on plain images, linked from the
+// static layers: the tables of the frame (ripple wave, pin profiles), the
+// renderer's set-up (its buffers and the field), the field alone, the
+// spreading into the source map, the pinning and the resampling, and the
+// whole driver for comparison. Before timing anything, the stages put
+// together are checked against the module's own render, byte for byte.
+#include <benchmark/benchmark.h>
+#include <stdio.h>
+#include <string.h>
+
+#include <memory>
+#include <string>
+
+#include "bench_cases.h"
+#include "chaos.h"
+#include "geometry.h"
+#include "host.h"
+#include "output_stage.h"
+#include "pixel_image.h"
+#include "render_ripple.h"
+#include "ripple_renderer.h"
+#include "wave_table.h"
+
+namespace tarvo::bench {
+namespace {
+
+// The frame's tables, as the driver prepares them.
+void PrepareTables(const DriverInputs& in) {
+  g_arcTanTable.Build();
+  g_sineTable.Build(kSine, false);
+  if (in.chaosBlend > 0.0f) {
+    BuildRippleWave(g_rippleWave, static_cast<uint32_t>(in.waveform), in.chaos, in.chaosBlend);
+  } else {
+    g_rippleWave.Build(static_cast<uint32_t>(in.waveform), true);
+  }
+}
+
+// One frame taken through the driver's steps by hand, up to a filled (and
+// not yet pinned) source map.
+class Pipeline {
+ public:
+  Pipeline(const BenchCase& c, FrameSize size)
+      : in_(c.Inputs()),
+        size_(size),
+        input_(TestPicture(size.width, size.height)),
+        output_(size.width, size.height),
+        src_(static_cast<int16_t>(size.width), static_cast<int16_t>(size.height), input_.data.data(), AllRows),
+        dst_(static_cast<int16_t>(size.width), static_cast<int16_t>(size.height), output_.data.data(), AllRows) {
+    float wh = in_.waveHeight, ah = in_.angularHeight, ww = in_.waveWidth;
+    ScaleByIntensity(in_.intensity, wh, ah, ww);
+    stretch_ = FloorStretch(in_.stretch);
+    mode_ = ChooseSamplingMode(in_.quality, in_.antialias);
+    px_ = ToSourcePixels(size.width, size.height, wh, ah, ww, in_.radius, in_.centreX, in_.centreY);
+    PrepareTables(in_);
+    ok_ = CreatePinProfiles(in_.pinMode, size.height + 1, size.width + 1);
+    setup_ = RenderSetup{&src_, size.width, size.height, mode_, g_backgroundPixel};
+    if (ok_) Build();
+  }
+  ~Pipeline() {
+    delete renderer_;
+    FreePinProfiles();
+  }
+
+  bool ok() const { return ok_ && renderer_ && renderer_->ready && !renderer_->aborted; }
+  // A new renderer: buffers allocated, field computed.
+  void Build() {
+    delete renderer_;
+    renderer_ = new RippleRenderer(setup_, px_.centreRow, px_.centreCol, src_, px_.waveHeightPx, px_.angularHeightPx,
+                                   px_.degreesPerPixel, px_.radiusPx, stretch_, in_.stretchAngle, in_.phase,
+                                   in_.pinMode, in_.twirl, g_rippleWave);
+  }
+  RippleRenderer& renderer() { return *renderer_; }
+  SourceMap& map() { return *renderer_->sourceMap; }
+  void Pin() {
+    if (in_.pinMode != 0) PinSourceMap(map());
+  }
+  void Resample() { ResampleOutput(map(), dst_, mode_); }
+  const host::Image& input() const { return input_; }
+  const host::Image& output() const { return output_; }
+  host::Image& output() { return output_; }
+  const PixelImage& source() const { return src_; }
+  PixelImage& destination() { return dst_; }
+  const DriverInputs& inputs() const { return in_; }
+  size_t MapBytes() const { return static_cast<size_t>(size_.width + 1) * (size_.height + 1) * sizeof(MapPoint); }
+
+ private:
+  DriverInputs in_;
+  FrameSize size_;
+  host::Image input_, output_;
+  PixelImage src_, dst_;
+  float stretch_ = 1.0f;
+  int32_t mode_ = 0;
+  RippleLengths px_{};
+  RenderSetup setup_{};
+  RippleRenderer* renderer_ = nullptr;
+  bool ok_ = false;
+};
+
+void SetPixels(benchmark::State& state, FrameSize size) {
+  state.SetItemsProcessed(state.iterations() * size.width * size.height);
+}
+
+void TablesStage(benchmark::State& state, const BenchCase& c, FrameSize size) {
+  const DriverInputs in = c.Inputs();
+  for (auto _ : state) {
+    PrepareTables(in);
+    CreatePinProfiles(in.pinMode, size.height + 1, size.width + 1);
+    FreePinProfiles();
+    benchmark::ClobberMemory();
+  }
+}
+
+void SetupStage(benchmark::State& state, const BenchCase& c, FrameSize size) {
+  Pipeline p(c, size);
+  for (auto _ : state) p.Build();
+  SetPixels(state, size);
+}
+
+void FieldStage(benchmark::State& state, const BenchCase& c, FrameSize size) {
+  Pipeline p(c, size);
+  for (auto _ : state) {
+    p.renderer().ComputeField();
+    benchmark::ClobberMemory();
+  }
+  SetPixels(state, size);
+}
+
+void SpreadStage(benchmark::State& state, const BenchCase& c, FrameSize size) {
+  Pipeline p(c, size);
+  for (auto _ : state) {
+    p.renderer().SpreadField();
+    benchmark::ClobberMemory();
+  }
+  SetPixels(state, size);
+}
+
+// Pinning changes the map in place; its cost does not depend on the
+// values, so it is simply repeated on the same map.
+void PinStage(benchmark::State& state, const BenchCase& c, FrameSize size) {
+  Pipeline p(c, size);
+  p.renderer().SpreadField();
+  for (auto _ : state) {
+    p.Pin();
+    benchmark::ClobberMemory();
+  }
+  SetPixels(state, size);
+}
+
+void ResampleStage(benchmark::State& state, const BenchCase& c, FrameSize size) {
+  Pipeline p(c, size);
+  p.renderer().SpreadField();
+  p.Pin();
+  for (auto _ : state) {
+    p.Resample();
+    benchmark::DoNotOptimize(p.output().data.data());
+    benchmark::ClobberMemory();
+  }
+  SetPixels(state, size);
+}
+
+// The whole driver (tables, buffers, field, spreading, pinning,
+// resampling, release) on plain images, without the host's entry point.
+void DriverStage(benchmark::State& state, const BenchCase& c, FrameSize size) {
+  Pipeline p(c, size);
+  const DriverInputs& in = p.inputs();
+  FreePinProfiles();  // the driver makes its own
+  for (auto _ : state) {
+    RenderRipple(p.source(), p.destination(), in.waveHeight, in.angularHeight, in.waveWidth, in.radius, in.stretch,
+                 in.stretchAngle, in.phase, in.waveform, in.pinMode, in.twirl, in.centreX, in.centreY, in.chaos,
+                 in.antialias, in.chaosBlend, in.quality, in.intensity);
+    benchmark::DoNotOptimize(p.output().data.data());
+    benchmark::ClobberMemory();
+  }
+  SetPixels(state, size);
+}
+
+// The stages put together must give the module's render exactly, or the
+// breakdown would time something else.
+bool CheckAgainstModule(const FrameSize& size) {
+  std::string error;
+  auto module = host::Module::LoadBuilt(&error);
+  if (!module) {
+    fprintf(stderr, "cannot load the module: %s\n", error.c_str());
+    return false;
+  }
+  host::Host h(module->Entry());
+  if (h.GlobalSetup() != PF_Err_NONE || h.ParamsSetup() != PF_Err_NONE) return false;
+  bool all = true;
+  for (const BenchCase& c : Cases()) {
+    Pipeline p(c, size);
+    if (!p.ok()) {
+      fprintf(stderr, "%s %s: the stages could not run\n", c.name.c_str(), size.Name().c_str());
+      all = false;
+      continue;
+    }
+    p.renderer().SpreadField();
+    p.Pin();
+    p.Resample();
+    host::Image expected(size.width, size.height);
+    c.Apply(h);
+    if (h.Render(p.input(), expected) != PF_Err_NONE || !h.ErrorMessage().empty() ||
+        expected.data != p.output().data) {
+      fprintf(stderr, "%s %s: the stages differ from the module's render\n", c.name.c_str(), size.Name().c_str());
+      all = false;
+    }
+  }
+  return all;
+}
+
+}  // namespace
+}  // namespace tarvo::bench
+
+int main(int argc, char** argv) {
+  using namespace tarvo::bench;
+  benchmark::Initialize(&argc, argv);
+  bool verify = true;
+  for (int i = 1; i < argc; ++i) {
+    if (strcmp(argv[i], "--no-verify") == 0) {
+      verify = false;
+      for (int k = i; k + 1 < argc; ++k) argv[k] = argv[k + 1];
+      --argc;
+      --i;
+    }
+  }
+  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+  if (verify && !CheckAgainstModule(FrameSizes()[0])) return 1;
+
+  using Stage = void (*)(benchmark::State&, const BenchCase&, FrameSize);
+  const struct {
+    const char* name;
+    Stage run;
+  } stages[] = {{"tables", TablesStage},   {"setup", SetupStage},     {"field", FieldStage},
+                {"spreading", SpreadStage}, {"pinning", PinStage},     {"resampling", ResampleStage},
+                {"driver", DriverStage}};
+  for (const BenchCase& c : Cases()) {
+    for (const FrameSize& size : FrameSizes()) {
+      for (const auto& stage : stages) {
+        const Stage run = stage.run;
+        benchmark::RegisterBenchmark(("stage/" + c.name + "/" + size.Name() + "/" + stage.name).c_str(),
+                                     [&c, size, run](benchmark::State& s) { run(s, c, size); })
+            ->Unit(benchmark::kMicrosecond)
+            ->UseRealTime();
+      }
+    }
+  }
+  benchmark::RunSpecifiedBenchmarks();
+  benchmark::Shutdown();
+  return 0;
+}

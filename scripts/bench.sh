@@ -1,0 +1,81 @@
+#!/usr/bin/env bash
+# Benchmarks: configures a Release build with the benchmarks, builds them and
+# runs them with repetitions, printing the median of each.
+#
+#   scripts/bench.sh                 whole renders (6 cases x 3 sizes) and the
+#                                    stage breakdown at 1920x1080
+#   scripts/bench.sh --all-stages    the stage breakdown at every size
+#   scripts/bench.sh --jobs          also a 48-frame sequence at --jobs 1 and 2
+#                                    (hyperfine; wants an otherwise idle machine)
+#   scripts/bench.sh --digest MODULE hashes renders over a parameter sweep with
+#                                    MODULE and with the built module and
+#                                    compares them (byte-identity of a speed-up)
+#   scripts/bench.sh --only-digest MODULE   just that
+#
+# Environment: BUILD_DIR (default build-bench), REPS (repetitions, default 5),
+# OUT (where the JSON results go, default out/bench).
+set -euo pipefail
+cd "$(dirname "$0")/.."
+build=${BUILD_DIR:-build-bench}
+reps=${REPS:-5}
+out=${OUT:-out/bench}
+stageFilter='stage/.*/1920x1080/'
+runJobs=0
+digestModule=""
+onlyDigest=0
+while (($#)); do
+  case "$1" in
+    --all-stages) stageFilter='stage/' ;;
+    --jobs) runJobs=1 ;;
+    --digest) digestModule=${2:?--digest wants a module path}; shift ;;
+    --only-digest) digestModule=${2:?--only-digest wants a module path}; onlyDigest=1; shift ;;
+    *) echo "bench.sh: unknown option $1" >&2; exit 2 ;;
+  esac
+  shift
+done
+
+extra=(libbenchmark-dev)
+((runJobs)) && extra+=(hyperfine)
+scripts/setup.sh "${extra[@]}"
+cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DTARVO_BUILD_BENCH=ON >/dev/null
+targets=(tarvo_render_bench tarvo_stage_bench tarvo_render_digest)
+((runJobs)) && targets+=(tarvo-ripple)
+cmake --build "$build" --target "${targets[@]}"
+mkdir -p "$out"
+
+if [[ -n $digestModule ]]; then
+  "$build/bin/tarvo_render_digest" --module "$digestModule" >"$out/digest_before.txt"
+  "$build/bin/tarvo_render_digest" >"$out/digest_after.txt"
+  if cmp -s "$out/digest_before.txt" "$out/digest_after.txt"; then
+    echo "digest: $(wc -l <"$out/digest_after.txt") renders byte-identical to $digestModule"
+  else
+    echo "digest: renders differ from $digestModule:" >&2
+    diff "$out/digest_before.txt" "$out/digest_after.txt" | head -20 >&2
+    exit 1
+  fi
+  ((onlyDigest)) && exit 0
+fi
+
+echo "machine: $(nproc) cores, $(grep -m1 'model name' /proc/cpuinfo | cut -d: -f2 | sed 's/^ //'), load $(cut -d' ' -f1-3 /proc/loadavg)"
+common=(--benchmark_repetitions="$reps" --benchmark_report_aggregates_only=true --benchmark_out_format=json)
+medians() { grep -E '^(Benchmark|-+$)|_median' || true; }
+
+"$build/bin/tarvo_render_bench" "${common[@]}" --benchmark_out="$out/render.json" 2>/dev/null | medians
+"$build/bin/tarvo_stage_bench" "${common[@]}" --benchmark_filter="$stageFilter" \
+  --benchmark_out="$out/stages.json" 2>/dev/null | medians
+
+if ((runJobs)); then
+  seq="$out/seq"
+  mkdir -p "$seq"
+  cli="$build/bin/tarvo-ripple"
+  hyperfine --warmup 1 --runs "$reps" --export-json "$out/jobs.json" \
+    "$cli --demo $seq/f_%03d.png --frames 0-47 --quiet --jobs 1" \
+    "$cli --demo $seq/f_%03d.png --frames 0-47 --quiet --jobs 2"
+  python3 - "$out/jobs.json" <<'PY'
+import json, sys
+r = json.load(open(sys.argv[1]))["results"]
+one, two = r[0]["median"], r[1]["median"]
+print(f"sequence of 48 frames: --jobs 1 {one:.3f} s, --jobs 2 {two:.3f} s, speed-up {one / two:.2f}x")
+PY
+  rm -rf "$seq"
+fi

@@ -1,0 +1,96 @@
+#!/usr/bin/env bash
+# Peer comparison on one 1920x1080 RGBA frame (the benchmarks' test picture),
+# everything on one thread, printed as one table of times and ratios:
+#   - this project's render through the module's entry point, default
+#     parameters (area sampling) and Antialias Med (bilinear);
+#   - OpenCV cv::remap, INTER_LINEAR, one thread, with a precomputed map of
+#     the frame's size (float maps; the fixed-point map variant and
+#     INTER_NEAREST for reference): the cost floor of any map-based warp;
+#   - GEGL's gegl:waves with the linear sampler (GEGL_THREADS=1);
+#   - ImageMagick's -swirl (-limit thread 1);
+#   - a plain copy of the frame (memcpy): the memory floor.
+# The project's render and OpenCV are timed in-process (median of REPS
+# repetitions after warm-up). GEGL and ImageMagick run as whole programs:
+# each is run REPS times with the operation and REPS times with no operation
+# (same input and output files), and the medians are subtracted, which
+# leaves the operation without start-up, loading and saving.
+# Times are CPU seconds of the process (user + system): the machine may be
+# shared, and CPU time is what a busy machine leaves least disturbed.
+#
+# Installs its own Debian packages (OpenCV, GEGL, ImageMagick) when run.
+# Environment: BUILD_DIR (default build-bench), REPS (default 9),
+# OUT (default out/peers).
+set -euo pipefail
+cd "$(dirname "$0")/.."
+build=${BUILD_DIR:-build-bench}
+reps=${REPS:-9}
+out=${OUT:-out/peers}
+scripts/setup.sh libbenchmark-dev libopencv-dev gegl imagemagick
+cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DTARVO_BUILD_BENCH=ON >/dev/null
+cmake --build "$build" --target tarvo_render_bench
+mkdir -p "$out"
+out=$(cd "$out" && pwd)
+
+# The same frame for everyone: PAM from the benchmark, PNG for the tools.
+"$build/bin/tarvo_render_bench" --write-picture "$out/frame.pam" 1920x1080
+magick=/usr/bin/convert  # not a stand-in of the same name earlier on PATH
+"$magick" "$out/frame.pam" "$out/frame.png"
+
+# OpenCV's remap and the plain copy, from a small program built here.
+g++ -O2 -std=c++17 -o "$out/remap_bench" bench/peers/remap_bench.cpp $(pkg-config --cflags --libs opencv4)
+"$out/remap_bench" "$out/frame.png" "$reps" >"$out/remap.txt"
+
+# This project: whole renders through the module, one thread.
+"$build/bin/tarvo_render_bench" --benchmark_filter='render/(default|bilinear)/1920x1080' \
+  --benchmark_repetitions="$reps" --benchmark_report_aggregates_only=true \
+  --benchmark_out_format=json --benchmark_out="$out/render.json" >/dev/null 2>&1
+
+# Whole programs: CPU seconds of each run, median over REPS runs after one
+# warm-up run.
+cpu_median() {
+  python3 - "$reps" "$@" <<'PY'
+import os, statistics, subprocess, sys
+reps, cmd = int(sys.argv[1]), sys.argv[2:]
+def run():
+    p = subprocess.Popen(cmd, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    _, status, ru = os.wait4(p.pid, 0)
+    if os.waitstatus_to_exitcode(status) != 0:
+        sys.exit(f"failed: {' '.join(cmd)}")
+    return ru.ru_utime + ru.ru_stime
+run()
+print(f"{statistics.median(run() for _ in range(reps)) * 1e3:.3f}")
+PY
+}
+export GEGL_THREADS=1 GEGL_USE_OPENCL=no
+# Concentric waves about the frame's centre: 30-pixel amplitude, 240-pixel
+# period, as the project's default ripple.
+gegl_nop=$(cpu_median gegl "$out/frame.png" -o "$out/gegl_nop.png" -- gegl:nop)
+gegl_waves=$(cpu_median gegl "$out/frame.png" -o "$out/gegl_waves.png" -- \
+  gegl:waves amplitude=30 period=240 sampler-type=linear)
+magick_nop=$(cpu_median "$magick" -limit thread 1 "$out/frame.pam" "$out/magick_nop.pam")
+magick_swirl=$(cpu_median "$magick" -limit thread 1 "$out/frame.pam" -swirl 180 "$out/magick_swirl.pam")
+
+python3 - "$out" "$gegl_nop" "$gegl_waves" "$magick_nop" "$magick_swirl" <<'PY'
+import json, sys
+out, gegl_nop, gegl_waves, magick_nop, magick_swirl = sys.argv[1], *map(float, sys.argv[2:])
+rows = {}
+for b in json.load(open(f"{out}/render.json"))["benchmarks"]:
+    if b.get("aggregate_name") == "median":
+        name = b["run_name"].split("/")[1]
+        rows[f"Tarvo FX Ripple, {'default (area sampling)' if name == 'default' else 'Antialias Med (bilinear)'}"] = b["cpu_time"]
+for line in open(f"{out}/remap.txt"):
+    name, wall, cpu = line.split()
+    label = {"memcpy": "plain copy of the frame (memcpy)",
+             "remap_linear_float_map": "OpenCV remap INTER_LINEAR, float map",
+             "remap_linear_fixed_map": "OpenCV remap INTER_LINEAR, fixed-point map",
+             "remap_nearest_float_map": "OpenCV remap INTER_NEAREST, float map"}[name]
+    rows[label] = float(cpu)
+rows["GEGL gegl:waves, linear sampler (program minus no-op)"] = gegl_waves - gegl_nop
+rows["ImageMagick -swirl 180 (program minus no-op)"] = magick_swirl - magick_nop
+remap = rows["OpenCV remap INTER_LINEAR, float map"]
+area = rows["Tarvo FX Ripple, default (area sampling)"]
+print(f"{'1920x1080 RGBA, one thread':58} {'CPU ms':>9} {'x remap':>8} {'x ours':>8}")
+for label, ms in rows.items():
+    print(f"{label:58} {ms:9.2f} {ms / remap:8.2f} {ms / area:8.2f}")
+print(f"(whole programs, medians: GEGL {gegl_waves:.0f} - {gegl_nop:.0f} ms, ImageMagick {magick_swirl:.0f} - {magick_nop:.0f} ms)")
+PY
