@@ -241,3 +241,4 @@ int main(int argc, char** argv) {
     return tarvo::cli::kExitError;
   }
 }
+
