@@ -31,7 +31,7 @@ void ProgressBar::Update(int64_t done) {
 
 void ProgressBar::Finish(int64_t done) {
   if (!enabled_) return;
-  Draw(done);
+  if (done != drawnDone_) Draw(done);
   fputc('\n', stderr);
   fflush(stderr);
 }
@@ -47,6 +47,7 @@ void ProgressBar::Draw(int64_t done) {
           static_cast<long long>(total_), Clock(elapsed).c_str(), left.c_str());
   fflush(stderr);
   drawn_ = true;
+  drawnDone_ = done;
 }
 
 }  // namespace tarvo::cli

@@ -21,6 +21,7 @@ class ProgressBar {
   int64_t total_;
   bool enabled_;
   bool drawn_ = false;
+  int64_t drawnDone_ = -1;
   std::chrono::steady_clock::time_point start_, lastDraw_;
 };
 

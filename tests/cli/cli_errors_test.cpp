@@ -97,6 +97,7 @@ TEST_F(CliErrors, InputsThatCannotBeRendered) {
   std::ofstream(dir + "/empty.png").close();
   std::ofstream(dir + "/zero.png", std::ios::binary) << ZeroSizedPng(ReadFile(dir + "/in.png"));
   std::ofstream(dir + "/text.png") << "not an image\n";
+  std::ofstream(dir + "/notes.txt") << "not an image either\n";
   const std::string png = ReadFile(dir + "/in.png");
   std::ofstream(dir + "/cut.png", std::ios::binary) << png.substr(0, png.size() / 2);
   ASSERT_TRUE(WritePicture(dir + "/wide.png", MakePicture(4096, 2, 3)));
@@ -108,6 +109,9 @@ TEST_F(CliErrors, InputsThatCannotBeRendered) {
       {{"empty.png", "out.png"}, 2, "cannot read empty.png: Not a PNG file"},
       {{"zero.png", "out.png"}, 2, "cannot read zero.png: PNG read error: Invalid IHDR data"},
       {{"text.png", "out.png"}, 2, "cannot read text.png: Not a PNG file"},
+      {{"notes.txt", "out.png"}, 2,
+       "cannot read notes.txt: OpenImageIO could not find a format reader for \"notes.txt\". Is it a file format that "
+       "OpenImageIO doesn't know about?"},
       {{"cut.png", "out.png"}, 2, "cannot read cut.png: Read error: hit end of file"},
       {{"wide.png", "out.png"}, 2, "wide.png is 4096x2, larger than the effect allows (4095x32767 at most)"},
   };
