@@ -13,6 +13,7 @@
 #include <map>
 
 #include "fixed_point.h"
+#include "plugin_alloc.h"
 
 #if defined(_WIN32)
 #include <windows.h>
@@ -34,7 +35,10 @@ namespace {
 // A property list larger than this is certainly not ours.
 constexpr uint32_t kMaxPropertyListBytes = 1u << 20;
 
-using AllocStatsFn = ModuleAllocStats* (*)();
+// The exported function's own type: calling it through any other function
+// type is undefined. ModuleAllocStats has the same layout.
+using AllocStatsFn = tarvo::AllocStats* (*)();
+static_assert(sizeof(tarvo::AllocStats) == sizeof(ModuleAllocStats));
 
 }  // namespace
 
@@ -62,7 +66,7 @@ std::unique_ptr<Module> Module::Load(const std::string& path, std::string* error
     m->pipl_.assign(p, p + size);
   }
   if (auto fn = reinterpret_cast<AllocStatsFn>(reinterpret_cast<void*>(GetProcAddress(h, "TarvoAllocStats"))))
-    m->stats_ = fn();
+    m->stats_ = reinterpret_cast<ModuleAllocStats*>(fn());
 #else
   dlerror();
   void* h = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
@@ -80,7 +84,8 @@ std::unique_ptr<Module> Module::Load(const std::string& path, std::string* error
       return fail("module " + path + " declares a property list of " + std::to_string(*size) + " bytes");
     m->pipl_.assign(list, list + *size);
   }
-  if (auto fn = reinterpret_cast<AllocStatsFn>(dlsym(h, "TarvoAllocStats"))) m->stats_ = fn();
+  if (auto fn = reinterpret_cast<AllocStatsFn>(dlsym(h, "TarvoAllocStats")))
+    m->stats_ = reinterpret_cast<ModuleAllocStats*>(fn());
 #endif
   return m;
 }
@@ -597,6 +602,8 @@ PF_Err Host::ParamsSetup() {
 
 void Host::SetParamsToDefaults() {
   Impl& im = *impl_;
+  // A parameter set-up sent through Call declares without resizing.
+  if (im.values.size() < declared_.size() + 1) im.Resize(declared_.size() + 1);
   for (auto& v : im.values) v = PF_ParamDef{};
   im.values[0].param_type = PF_Param_LAYER;
   im.pointDefaults.clear();
