@@ -1,0 +1,264 @@
+// Values no host sends, through the module's "main": popups outside their
+// menus, Pin Center on frames of one or two pixels, boxes far beyond the
+// area sampler's reach, host worlds outside the pixel model, parameter
+// combinations that make infinities or NaNs, extreme times, unusual
+// quality, field and progress answers. Every render must stay inside the
+// host's buffers (guard bytes after the last row and in every row's
+// padding), keep its input intact, leave no block behind and say nothing;
+// where a behaviour is chosen, the pixels show it.
+#include <limits.h>
+#include <string.h>
+
+#include <string>
+#include <vector>
+
+#include "../plugin/plugin_fixture.h"
+
+namespace tarvo::host {
+namespace {
+
+constexpr uint8_t kGuard = 0xEE;
+constexpr size_t kTail = 64;  // guard bytes after the last row
+constexpr int kRadius = 1, kCenter = 2, kWaveHeight = 3, kAngularHeight = 4, kWaveWidth = 5, kWaveForm = 6,
+              kFrequency = 7, kIntensity = 8, kStretch = 9, kTwirl = 11, kPinMode = 12, kAntialias = 13;
+constexpr PF_Fixed kOne = 65536;
+
+// An image whose buffer runs kTail bytes past its last row.
+Image Guarded(int w, int h, int rowbytes = 0) {
+  Image img(w, h, rowbytes);
+  img.data.resize(img.data.size() + kTail);
+  memset(img.data.data(), kGuard, img.data.size());
+  return img;
+}
+
+Image Pattern(int w, int h, int rowbytes = 0) {
+  Image img = Guarded(w, h, rowbytes);
+  for (int y = 0; y < h; ++y)
+    for (int x = 0; x < w; ++x)
+      img.At(y, x) = PF_Pixel{static_cast<uint8_t>(200 + (x & 31)), static_cast<uint8_t>(x * 7),
+                              static_cast<uint8_t>(y * 5), static_cast<uint8_t>((x ^ y) * 3)};
+  return img;
+}
+
+bool GuardsIntact(const Image& img) {
+  for (int y = 0; y < img.height; ++y) {
+    const uint8_t* row = reinterpret_cast<const uint8_t*>(img.Row(y));
+    for (int i = img.width * 4; i < img.rowbytes; ++i)
+      if (row[i] != kGuard) return false;
+  }
+  const size_t used = static_cast<size_t>(img.rowbytes) * static_cast<size_t>(img.height);
+  for (size_t i = used; i < img.data.size(); ++i)
+    if (img.data[i] != kGuard) return false;
+  return true;
+}
+
+bool AllTransparentBlack(const Image& img) {
+  for (int y = 0; y < img.height; ++y)
+    for (int x = 0; x < img.width; ++x) {
+      const PF_Pixel& p = img.At(y, x);
+      if (p.alpha || p.red || p.green || p.blue) return false;
+    }
+  return true;
+}
+
+// The pixels only, without padding or guards.
+std::vector<uint8_t> Pixels(const Image& img) {
+  std::vector<uint8_t> v;
+  for (int y = 0; y < img.height; ++y) {
+    const uint8_t* row = reinterpret_cast<const uint8_t*>(img.Row(y));
+    v.insert(v.end(), row, row + img.width * 4);
+  }
+  return v;
+}
+
+class NoHostSends : public PluginTest {
+ protected:
+  void SetUp() override {
+    PluginTest::SetUp();
+    ASSERT_EQ(ParamsSetup(), PF_Err_NONE);
+  }
+  void Fixed(int index, double shown) { host->Param(index).u.fd.value = static_cast<PF_Fixed>(shown * kOne); }
+  void Popup(int index, int32_t value) { host->Param(index).u.pd.value = value; }
+
+  // Renders a w × h pattern; checks buffers, input, blocks and messages.
+  std::vector<uint8_t> RenderSafely(int w, int h, int rowbytes = 0, Image* kept = nullptr) {
+    const Image input = Pattern(w, h, rowbytes);
+    const std::vector<uint8_t> inputBefore = input.data;
+    Image out = Guarded(w, h, rowbytes);
+    EXPECT_EQ(Render(input, out), PF_Err_NONE);
+    EXPECT_TRUE(GuardsIntact(out)) << w << "x" << h << " rowbytes " << out.rowbytes;
+    EXPECT_EQ(input.data, inputBefore);
+    EXPECT_EQ(host->ErrorMessage(), "");
+    if (kept) *kept = out;
+    return Pixels(out);
+  }
+};
+
+// Popup values travel as the low 8 bits of value − 1. Outside the menu an
+// intensity leaves the heights as Normal does, an antialias samples
+// bilinearly as Med does, a twirl does not twirl, a waveform is the sine and
+// a pin mode (the menu's separator lines included) pins nothing.
+TEST_F(NoHostSends, PopupsOutsideTheirMenus) {
+  Fixed(kAngularHeight, 10);  // so that twirl shows
+  struct Menu {
+    int index;
+    int32_t same;  // the choice an out-of-menu value renders as
+    int32_t other;  // a choice that renders differently
+  };
+  const Menu menus[] = {{kWaveForm, 1, 3}, {kIntensity, 2, 3}, {kTwirl, 1, 3}, {kPinMode, 1, 3}, {kAntialias, 2, 1}};
+  const int32_t outside[] = {0, 25, 255, 256, INT32_MAX, -5, INT32_MIN};
+  for (const Menu& m : menus) {
+    SCOPED_TRACE(::testing::Message() << "popup " << m.index);
+    host->SetParamsToDefaults();
+    Fixed(kAngularHeight, 10);
+    Popup(m.index, m.same);
+    const std::vector<uint8_t> same = RenderSafely(40, 30);
+    Popup(m.index, m.other);
+    ASSERT_NE(RenderSafely(40, 30), same) << "the choices must differ for the test to mean anything";
+    for (int32_t v : outside) {
+      if (m.index == kWaveForm && v == 25) continue;  // checked below
+      Popup(m.index, v);
+      EXPECT_EQ(RenderSafely(40, 30), same) << "value " << v;
+    }
+    // Only the low 8 bits count: 256 + n is choice n again.
+    Popup(m.index, m.other);
+    const std::vector<uint8_t> other = RenderSafely(40, 30);
+    Popup(m.index, 256 + m.other);
+    EXPECT_EQ(RenderSafely(40, 30), other);
+  }
+  for (int32_t separator : {4, 9}) {
+    host->SetParamsToDefaults();
+    Popup(kPinMode, 1);
+    const std::vector<uint8_t> noPin = RenderSafely(40, 30);
+    Popup(kPinMode, separator);
+    EXPECT_EQ(RenderSafely(40, 30), noPin) << "separator " << separator;
+  }
+}
+
+// On frames of one or two pixels Pin Center (like every pin mode) renders
+// as No Pin: the profiles have no room to ramp. A frame one pixel wide
+// comes out unchanged.
+TEST_F(NoHostSends, PinCenterOnFramesOfOneAndTwoPixels) {
+  Fixed(kRadius, 100);
+  Fixed(kWaveHeight, 25);
+  Fixed(kAngularHeight, 25);
+  Popup(kIntensity, 3);
+  for (const auto& [w, h] : std::vector<std::pair<int, int>>{{1, 1}, {1, 2}, {2, 1}, {2, 2}}) {
+    SCOPED_TRACE(::testing::Message() << w << "x" << h);
+    Popup(kPinMode, 1);
+    const std::vector<uint8_t> noPin = RenderSafely(w, h, w * 4 + 3);
+    Popup(kPinMode, 3);
+    EXPECT_EQ(RenderSafely(w, h, w * 4 + 3), noPin);
+    Popup(kPinMode, 2);
+    EXPECT_EQ(RenderSafely(w, h, w * 4 + 3), noPin);
+    if (w == 1) {
+      EXPECT_EQ(noPin, Pixels(Pattern(w, h, w * 4 + 3)));
+    }
+  }
+}
+
+TEST_F(NoHostSends, BoxesFarBeyondTheSamplersReach) {
+  Popup(kAntialias, 1);
+  host->SetQuality(PF_Quality_HI);
+  Popup(kIntensity, 3);
+  for (const PF_Fixed h : {25 * kOne, 1000 * kOne, INT32_MAX, INT32_MIN}) {
+    SCOPED_TRACE(h);
+    host->Param(kWaveHeight).u.fd.value = h;
+    host->Param(kAngularHeight).u.fd.value = h;
+    const std::vector<uint8_t> first = RenderSafely(64, 48, 64 * 4 + 4);
+    EXPECT_EQ(RenderSafely(64, 48, 64 * 4 + 4), first);
+  }
+}
+
+// A host world the pixel model cannot hold (wider than 4095 pixels, or rows
+// of 16384 bytes or more) is not wrapped: the output keeps the transparent
+// black it was cleared to, and no pixel outside the host's buffer changes.
+TEST_F(NoHostSends, HostWorldsBeyondThePixelModelAreClearedAndLeftAlone) {
+  Fixed(kWaveHeight, 25);
+  Image out;
+  RenderSafely(4096, 2, 0, &out);
+  EXPECT_TRUE(AllTransparentBlack(out));
+  RenderSafely(100, 3, 16384, &out);
+  EXPECT_TRUE(AllTransparentBlack(out));
+  RenderSafely(4095, 2, 16380, &out);
+  EXPECT_FALSE(AllTransparentBlack(out)) << "the largest frame the model holds renders";
+}
+
+TEST_F(NoHostSends, ParametersThatMakeInfinitiesOrNaNs) {
+  struct Combo {
+    const char* what;
+    void (*set)(Host&);
+  };
+  const Combo combos[] = {
+      {"wave width 0, super", [](Host& h) { h.Param(kWaveWidth).u.fd.value = 0, h.Param(kIntensity).u.pd.value = 3; }},
+      {"stretch -100", [](Host& h) { h.Param(kStretch).u.fd.value = -100 * kOne; }},
+      {"radius 0", [](Host& h) { h.Param(kRadius).u.fd.value = 0; }},
+      {"time scale 0", [](Host& h) { h.Param(kFrequency).u.fd.value = 3 * kOne, h.SetTime(500, 100, 0); }},
+      {"centre at the extremes", [](Host& h) { h.SetPointPixels(kCenter, INT32_MIN, INT32_MAX); }},
+      {"downsample 0/0", [](Host& h) { h.SetDownsample(0, 0, 0, 0), h.SetFrameSize(40, 30); }},
+  };
+  for (const Combo& c : combos) {
+    SCOPED_TRACE(c.what);
+    host->SetParamsToDefaults();
+    host->SetTime(0, 1, 30);
+    host->SetDownsample(1, 1, 1, 1);
+    host->SetFrameSize(0, 0);
+    c.set(*host);
+    const std::vector<uint8_t> first = RenderSafely(40, 30, 40 * 4 + 8);
+    EXPECT_EQ(RenderSafely(40, 30, 40 * 4 + 8), first) << "the same pixels every time";
+  }
+}
+
+// A zero time step is frame 0; the most negative time over step −1 (2^31
+// frames) still renders.
+TEST_F(NoHostSends, ExtremeTimes) {
+  Fixed(kFrequency, 7);
+  host->SetTime(0, 1, 30);
+  const std::vector<uint8_t> frame0 = RenderSafely(40, 30);
+  host->SetTime(123456, 0, 30);
+  EXPECT_EQ(RenderSafely(40, 30), frame0);
+  host->SetTime(INT32_MIN, -1, 30);
+  RenderSafely(40, 30);
+  host->SetTime(INT32_MAX, 1, 1);
+  RenderSafely(40, 30);
+  host->SetTime(INT32_MIN, INT32_MAX, UINT32_MAX);
+  RenderSafely(40, 30);
+}
+
+// Only the host's high quality (1) renders at high quality; the field mode is not read; a
+// progress answer whose low 16 bits are zero does not stop the render.
+TEST_F(NoHostSends, QualityFieldAndProgressAnswers) {
+  Popup(kAntialias, 1);
+  host->SetQuality(PF_Quality_HI);
+  const std::vector<uint8_t> high = RenderSafely(40, 30);
+  host->SetQuality(PF_Quality_LO);
+  const std::vector<uint8_t> low = RenderSafely(40, 30);
+  ASSERT_NE(low, high);
+  for (PF_Quality q : {2, 7, -1, INT32_MIN}) {
+    host->SetQuality(q);
+    EXPECT_EQ(RenderSafely(40, 30), low) << "quality " << q;
+  }
+  host->SetQuality(PF_Quality_HI);
+  const std::vector<uint8_t> frame = RenderSafely(40, 31);
+  for (PF_Field f : {PF_Field{PF_Field_UPPER}, PF_Field{PF_Field_LOWER}, PF_Field{99}}) {
+    host->InData().field = f;
+    EXPECT_EQ(RenderSafely(40, 31), frame) << "field " << f;
+  }
+  host->InData().field = PF_Field_FRAME;
+  host->faults().stopAtProgress = host->counts().progress + 3;
+  host->faults().progressError = 0x10000;
+  EXPECT_EQ(RenderSafely(40, 30), high);
+}
+
+// A parameter set-up sent through Call, on top of the recorded one: the
+// host's parameter array grows with the 32 definitions it now holds.
+TEST_F(NoHostSends, ParameterSetUpSentAgainWithoutClearing) {
+  ASSERT_EQ(host->Call(PF_Cmd_PARAMS_SETUP), PF_Err_NONE);
+  ASSERT_EQ(host->Declared().size(), 32u);
+  host->SetParamsToDefaults();
+  EXPECT_EQ(host->NumParams(), 33);
+  RenderSafely(16, 12);
+}
+
+}  // namespace
+}  // namespace tarvo::host
