@@ -138,6 +138,13 @@ bool ReadImage(const std::string& path, host::Image* out, std::string* error) {
     return false;
   }
   const size_t w = static_cast<size_t>(spec.width), h = static_cast<size_t>(spec.height);
+  // Every channel is read at 8 bits: more than the largest frame's four
+  // channels hold is refused before it is allocated.
+  if (w * h * static_cast<size_t>(nch) > static_cast<size_t>(kMaxImageWidth) * kMaxImageHeight * 4) {
+    *error = path + " is " + std::to_string(w) + "x" + std::to_string(h) + " with " + std::to_string(nch) +
+             " channels, more than the effect allows (4 channels of 4095x32767 at most)";
+    return false;
+  }
   std::vector<uint8_t> pixels(w * h * static_cast<size_t>(nch));
   if (!in->read_image(0, 0, 0, nch, OIIO::TypeDesc::UINT8, pixels.data())) {
     *error = "cannot read " + path + ": " + OneLine(in->geterror());
