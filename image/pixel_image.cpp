@@ -183,9 +183,9 @@ void PixelImage::FillRect(const ShortRect& r, uint32_t pixelWord) {
   cursor.Skip(left);
   const int32_t count = right - left;
   for (int32_t y = top; y < bottom; ++y) {
-    uint32_t* p = reinterpret_cast<uint32_t*>(cursor.ptr);
-    uint32_t* const end = p + count;
-    while (p != end) *p++ = pixelWord;
+    // A host's rowbytes need not be a multiple of 4: rows may be unaligned.
+    uint8_t* p = cursor.ptr;
+    for (int32_t x = 0; x < count; ++x, p += 4) memcpy(p, &pixelWord, 4);
     cursor.Next();
   }
 }

@@ -250,6 +250,18 @@ TEST_F(NoHostSends, QualityFieldAndProgressAnswers) {
   EXPECT_EQ(RenderSafely(40, 30), high);
 }
 
+// Rows of a host world need not start 4-byte aligned: a stop during the
+// last output row clears such a frame to transparent black all the same.
+TEST_F(NoHostSends, UnalignedRowsClearedOnAStop) {
+  const int before = host->counts().progress;
+  RenderSafely(33, 21, 33 * 4 + 5);
+  const int calls = host->counts().progress - before;
+  host->faults().stopAtProgress = host->counts().progress + calls;
+  Image out;
+  RenderSafely(33, 21, 33 * 4 + 5, &out);
+  EXPECT_TRUE(AllTransparentBlack(out));
+}
+
 // A parameter set-up sent through Call, on top of the recorded one: the
 // host's parameter array grows with the 32 definitions it now holds.
 TEST_F(NoHostSends, ParameterSetUpSentAgainWithoutClearing) {
