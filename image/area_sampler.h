@@ -39,4 +39,13 @@ PF_Pixel BoxSample(const PixelImage& image, int32_t x, int32_t w, int32_t y, int
 PF_Pixel AreaSampleQuad(const PixelImage& image, float p1v, float p1h, float p2v, float p2h,
                         float p3v, float p3h, float p4v, float p4h);
 
+// count adjacent pixels of one output row, each exactly AreaSampleQuad of
+// its four corners. upper and lower are the two lines of corner points as
+// (vertical, horizontal) pairs, count + 1 points each: pixel k has the
+// corners upper[k], upper[k + 1], lower[k], lower[k + 1]. Boxes within the
+// classic limits take an integer path with the bounding boxes, weights and
+// divisions done a pixel at a time in vector registers; any other box goes
+// through AreaSampleQuad.
+void AreaSampleSpan(const PixelImage& image, const float* upper, const float* lower, int32_t count, PF_Pixel* out);
+
 }  // namespace tarvo

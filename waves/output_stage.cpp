@@ -8,9 +8,15 @@
 #include "output_stage.h"
 
 #include <math.h>
+#include <stddef.h>
 #include <string.h>
 
 #include <algorithm>
+
+#if defined(__SSE2__) || defined(_M_X64) || (defined(_M_IX86_FP) && _M_IX86_FP >= 2)
+#define TARVO_OUTPUT_SSE2 1
+#include <emmintrin.h>
+#endif
 
 #include "area_sampler.h"
 #include "call_ops.h"
@@ -18,6 +24,9 @@
 #include "plugin_alloc.h"
 
 namespace tarvo {
+
+// The area sampler reads the map's points as (row, column) float pairs.
+static_assert(sizeof(MapPoint) == 2 * sizeof(float) && offsetof(MapPoint, column) == sizeof(float));
 
 PinWeight* g_pinColumns = nullptr;
 PinWeight* g_pinRows = nullptr;
@@ -70,6 +79,46 @@ inline float Pull(int32_t grid, float coordinate, const PinWeight& w) {
 inline void ApplyPin(int32_t y, int32_t x, MapPoint& p, const PinWeight& w) {
   p.column = Pull(x, p.column, w);
   p.row = Pull(y, p.row, w);
+}
+
+// pin +0 and keep 1: grid × 0 + coordinate × 1 for a grid position ≥ 0,
+// which is coordinate + 0.
+inline bool IsFree(const PinWeight& w) {
+  uint32_t pinBits;
+  memcpy(&pinBits, &w.pin, sizeof pinBits);
+  return pinBits == 0 && w.keep == 1.0f;
+}
+
+inline void AddZero(MapPoint& p) {
+  p.column += 0.0f;
+  p.row += 0.0f;
+}
+
+// ApplyPin for a grid position ≥ 0, both coordinates at once: the weight
+// as a (pin, keep) pair of doubles, the grid position as (y, x).
+#ifdef TARVO_OUTPUT_SSE2
+struct PinPair {
+  __m128d pin, keep;
+};
+
+inline PinPair Widen(const PinWeight& w) {
+  const __m128d pk = _mm_cvtps_pd(_mm_castsi128_ps(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(&w))));
+  return {_mm_unpacklo_pd(pk, pk), _mm_unpackhi_pd(pk, pk)};
+}
+
+inline void PinPoint(__m128d grid, MapPoint& p, const PinPair& w) {
+  const __m128d point = _mm_cvtps_pd(_mm_castsi128_ps(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(&p))));
+  const __m128d pulled = _mm_add_pd(_mm_mul_pd(grid, w.pin), _mm_mul_pd(point, w.keep));
+  _mm_storel_epi64(reinterpret_cast<__m128i*>(&p), _mm_castps_si128(_mm_cvtpd_ps(pulled)));
+}
+#endif
+
+inline void PinPoint(int32_t y, int32_t x, MapPoint& p, const PinWeight& w) {
+#ifdef TARVO_OUTPUT_SSE2
+  PinPoint(_mm_setr_pd(static_cast<double>(y), static_cast<double>(x)), p, Widen(w));
+#else
+  ApplyPin(y, x, p, w);
+#endif
 }
 
 inline void CopyPixels(const PF_Pixel* src, PF_Pixel* dst, int32_t first, int32_t end) {
@@ -160,9 +209,98 @@ void PinByRow(int32_t y, int32_t x, MapPoint& p) {
   ApplyPin(y, x, p, g_pinRows[y]);
 }
 
+namespace {
+
+// The profile's runs of free entries, found once per pass; at most kMaxRuns
+// of them (profiles of the effect have two at most), else none is used.
+struct FreeRuns {
+  static constexpr int kMaxRuns = 8;
+  int32_t begin[kMaxRuns];
+  int32_t end[kMaxRuns];
+  int count = 0;
+  bool usable = false;
+
+  FreeRuns(const PinWeight* profile, int32_t n) {
+    for (int32_t x = 0; x < n;) {
+      if (!IsFree(profile[x])) {
+        ++x;
+        continue;
+      }
+      const int32_t runBegin = x;
+      while (x < n && IsFree(profile[x])) ++x;
+      if (count == kMaxRuns) return;
+      begin[count] = runBegin;
+      end[count] = x;
+      ++count;
+    }
+    usable = true;
+  }
+};
+
+// coordinate + 0 for the points first .. end − 1: only −0 (to +0) and NaN
+// (quietened) can change, so only blocks holding one are written.
+void AddZeroRange(MapPoint* p, int32_t first, int32_t end) {
+  int32_t x = first;
+#ifdef TARVO_OUTPUT_SSE2
+  const __m128i negativeZero = _mm_set1_epi32(static_cast<int32_t>(0x80000000u));
+  for (; x + 2 <= end; x += 2) {
+    float* f = &p[x].row;
+    const __m128 v = _mm_loadu_ps(f);
+    const __m128 odd = _mm_or_ps(_mm_castsi128_ps(_mm_cmpeq_epi32(_mm_castps_si128(v), negativeZero)),
+                                 _mm_cmpunord_ps(v, v));
+    if (_mm_movemask_ps(odd) != 0) _mm_storeu_ps(f, _mm_add_ps(v, _mm_setzero_ps()));
+  }
+#endif
+  for (; x < end; ++x) AddZero(p[x]);
+}
+
+// Pins the points first .. last of one map row: by the column profile
+// where it is not free, then by the row weight.
+void PinRow(int32_t y, MapPoint* p, int32_t first, int32_t last, const PinWeight* columnWeight,
+            const PinWeight& rowWeight, const FreeRuns& runs) {
+  const bool rowFree = IsFree(rowWeight);
+  // A free pull leaves a coordinate as coordinate + 0, and a real pull
+  // gives the same whether or not that was done first.
+  auto pinOne = [&](int32_t x) {
+    if (!IsFree(columnWeight[x])) PinPoint(y, x, p[x], columnWeight[x]);
+    if (rowFree) {
+      AddZero(p[x]);
+    } else {
+      PinPoint(y, x, p[x], rowWeight);
+    }
+  };
+  if (!runs.usable) {
+    for (int32_t x = first; x <= last; ++x) pinOne(x);
+    return;
+  }
+  int32_t x = first;
+  for (int k = 0; k < runs.count && x <= last; ++k) {
+    const int32_t runBegin = std::max(runs.begin[k], x), runEnd = std::min(runs.end[k], last + 1);
+    if (runBegin >= runEnd) continue;
+    for (; x < runBegin; ++x) pinOne(x);
+    // Free columns: only the row weight acts.
+    if (rowFree) {
+      AddZeroRange(p, runBegin, runEnd);
+    } else {
+#ifdef TARVO_OUTPUT_SSE2
+      const PinPair w = Widen(rowWeight);
+      __m128d grid = _mm_setr_pd(static_cast<double>(y), static_cast<double>(x));
+      for (; x < runEnd; ++x, grid = _mm_add_pd(grid, _mm_setr_pd(0.0, 1.0))) PinPoint(grid, p[x], w);
+#else
+      for (; x < runEnd; ++x) PinPoint(y, x, p[x], rowWeight);
+#endif
+    }
+    x = runEnd;
+  }
+  for (; x <= last; ++x) pinOne(x);
+}
+
+}  // namespace
+
 void PinSourceMap(SourceMap& map) {
   if (map.aborted || !map.ok) return;
   const bool haveProfiles = g_pinColumns != nullptr && g_pinRows != nullptr;
+  const FreeRuns runs(g_pinColumns, haveProfiles ? g_pinColumnCount : 0);
   for (int32_t y = 0; y < map.rows; ++y) {
     map.aborted = CheckAbort() ? 1 : 0;
     if (map.aborted) return;
@@ -170,13 +308,7 @@ void PinSourceMap(SourceMap& map) {
 
     const int32_t first = std::max(map.rowFirst[y], 0);
     const int32_t last = std::min({map.rowLast[y], map.cols - 1, g_pinColumnCount - 1});
-    const PinWeight rowWeight = g_pinRows[y];
-    MapPoint* p = &map.At(y, 0);
-    const PinWeight* columnWeight = g_pinColumns;
-    for (int32_t x = first; x <= last; ++x) {
-      ApplyPin(y, x, p[x], columnWeight[x]);
-      ApplyPin(y, x, p[x], rowWeight);
-    }
+    PinRow(y, &map.At(y, 0), first, last, g_pinColumns, g_pinRows[y], runs);
   }
 }
 
@@ -262,6 +394,115 @@ void SampleMapPoint(const RenderSetup& setup, const MapPoint& p, PF_Pixel& out) 
 
 // --- Resampling ---------------------------------------------------------------
 
+namespace {
+
+// Point sampling of one destination row, pixel x from map point p[x]: the
+// same arithmetic as SampleMapPoint, with the source's rows, size and the
+// background read once per row instead of once per pixel.
+
+// IsInsideSource, then SampleNearest.
+void NearestRow(const RenderSetup& setup, const MapPoint* p, int32_t first, int32_t end, PF_Pixel* out) {
+  const PF_Pixel background = g_backgroundPixel;
+  const uint8_t* base = setup.source->BaseAddress();
+  const intptr_t stride = setup.source->RowBytes();
+  const int32_t height = setup.height, width = setup.width;
+  const double maxRow = height, maxColumn = width;
+  for (int32_t x = first; x < end; ++x) {
+    const double r = p[x].row, c = p[x].column;
+    PF_Pixel pixel = background;
+    if (r >= 0.0 && r <= maxRow && c >= 0.0 && c <= maxColumn) {
+      const int16_t ri = TruncToInt16(r + 0.5);
+      const int16_t ci = TruncToInt16(c + 0.5);
+      if (ri >= 0 && ri < height && ci >= 0 && ci < width) {
+        pixel = reinterpret_cast<const PF_Pixel*>(base + stride * ri)[ci];
+      }
+    }
+    out[x] = pixel;
+  }
+}
+
+// IsInsideSource (upper bounds inclusive), then SampleBilinear (upper
+// bounds strict): together 0 ≤ row < height and 0 ≤ column < width. In that
+// range the comparisons, the truncations, the fractions and the product of
+// the fractions come out the same in single precision as in double.
+void BilinearRow(const RenderSetup& setup, const MapPoint* p, int32_t first, int32_t end, PF_Pixel* out) {
+  const PF_Pixel background = g_backgroundPixel;
+  const uint8_t* base = setup.source->BaseAddress();
+  const intptr_t stride = setup.source->RowBytes();
+  const int32_t height = setup.height, width = setup.width;
+  const float maxRow = static_cast<float>(height), maxColumn = static_cast<float>(width);
+  for (int32_t x = first; x < end; ++x) {
+    const float row = p[x].row, column = p[x].column;
+    if (!(row >= 0.0f && row < maxRow && column >= 0.0f && column < maxColumn)) {
+      out[x] = background;
+      continue;
+    }
+    // BilinearCell: r0 and c0 are the truncations, both being ≥ 0.
+    const int32_t r0 = static_cast<int32_t>(row), c0 = static_cast<int32_t>(column);
+    const float fy = row - static_cast<float>(r0);
+    const float fx = column - static_cast<float>(c0);
+    const float pxy = fx * fy;
+    const double w00 = static_cast<float>(1.0 - fx - fy + pxy);
+    const double w01 = static_cast<float>(static_cast<double>(fx) - pxy);
+    const double w10 = static_cast<float>(static_cast<double>(fy) - pxy);
+    const double w11 = pxy;
+
+    const PF_Pixel* top = reinterpret_cast<const PF_Pixel*>(base + stride * r0);
+    const bool rightIn = c0 + 1 < width;
+    const bool bottomIn = r0 + 1 < height;
+#ifdef TARVO_OUTPUT_SSE2
+    // The four neighbours' channels as 32-bit lanes (alpha, red, green,
+    // blue); each channel mixed in double precision in the scalar order,
+    // the pairs (alpha, red) and (green, blue) side by side.
+    const __m128i zero = _mm_setzero_si128();
+    __m128i upper, lower;  // (top left, top right), (bottom left, bottom right) as 8 bytes
+    if (rightIn && bottomIn) {
+      upper = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(top + c0));
+      lower = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(base + stride * (r0 + 1) + 4 * c0));
+    } else {
+      const PF_Pixel* bottom = bottomIn ? reinterpret_cast<const PF_Pixel*>(base + stride * (r0 + 1)) : top;
+      const PF_Pixel px[4] = {top[c0], rightIn ? top[c0 + 1] : background, bottomIn ? bottom[c0] : background,
+                              bottomIn && rightIn ? bottom[c0 + 1] : background};
+      upper = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(&px[0]));
+      lower = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(&px[2]));
+    }
+    const __m128i up16 = _mm_unpacklo_epi8(upper, zero), lo16 = _mm_unpacklo_epi8(lower, zero);
+    const __m128i tl = _mm_unpacklo_epi16(up16, zero), tr = _mm_unpackhi_epi16(up16, zero);
+    const __m128i bl = _mm_unpacklo_epi16(lo16, zero), br = _mm_unpackhi_epi16(lo16, zero);
+    const __m128d k00 = _mm_set1_pd(w00), k01 = _mm_set1_pd(w01), k10 = _mm_set1_pd(w10), k11 = _mm_set1_pd(w11);
+    auto mix = [&](__m128i a, __m128i b, __m128i c, __m128i d) {
+      __m128d v = _mm_mul_pd(_mm_cvtepi32_pd(a), k00);
+      v = _mm_add_pd(v, _mm_mul_pd(_mm_cvtepi32_pd(b), k01));
+      v = _mm_add_pd(v, _mm_mul_pd(_mm_cvtepi32_pd(c), k10));
+      v = _mm_add_pd(v, _mm_mul_pd(_mm_cvtepi32_pd(d), k11));
+      // Channel(): 255 and above give 255, nothing above 0 gives 0.
+      return _mm_cvttpd_epi32(_mm_max_pd(_mm_min_pd(v, _mm_set1_pd(255.0)), _mm_setzero_pd()));
+    };
+    auto high = [](__m128i v) { return _mm_unpackhi_epi64(v, v); };
+    const __m128i alphaRed = mix(tl, tr, bl, br);
+    const __m128i greenBlue = mix(high(tl), high(tr), high(bl), high(br));
+    const __m128i channels = _mm_unpacklo_epi64(alphaRed, greenBlue);
+    const int32_t word = _mm_cvtsi128_si32(_mm_packus_epi16(_mm_packs_epi32(channels, channels), channels));
+    memcpy(&out[x], &word, 4);
+#else
+    const PF_Pixel* bottom = bottomIn ? reinterpret_cast<const PF_Pixel*>(base + stride * (r0 + 1)) : nullptr;
+    const PF_Pixel tl = top[c0];
+    const PF_Pixel tr = rightIn ? top[c0 + 1] : background;
+    const PF_Pixel bl = bottomIn ? bottom[c0] : background;
+    const PF_Pixel br = bottomIn && rightIn ? bottom[c0 + 1] : background;
+    auto mix = [&](uint8_t ca, uint8_t cb, uint8_t cc, uint8_t cd) {
+      return Channel(ca * w00 + cb * w01 + cc * w10 + cd * w11);
+    };
+    out[x].red = mix(tl.red, tr.red, bl.red, br.red);
+    out[x].green = mix(tl.green, tr.green, bl.green, br.green);
+    out[x].blue = mix(tl.blue, tr.blue, bl.blue, br.blue);
+    out[x].alpha = mix(tl.alpha, tr.alpha, bl.alpha, br.alpha);
+#endif
+  }
+}
+
+}  // namespace
+
 // The map covers the source's grid, so only rows and columns that the source,
 // the map and the destination all have are produced: destination rows below
 // the source (or the map) and destination columns right of the source keep
@@ -311,10 +552,13 @@ void ResampleOutput(SourceMap& map, PixelImage& destination, int32_t mode) {
     const MapPoint* upper = &map.At(y, 0);
     const MapPoint* lower = upper + map.cols;
     if (mode == kSampleArea) {
-      for (int32_t x = spanFirst; x < sampleEnd; ++x) {
-        out[x] = AreaSampleQuad(*src, upper[x].row, upper[x].column, upper[x + 1].row, upper[x + 1].column,
-                                lower[x].row, lower[x].column, lower[x + 1].row, lower[x + 1].column);
+      if (sampleEnd > spanFirst) {
+        AreaSampleSpan(*src, &upper[spanFirst].row, &lower[spanFirst].row, sampleEnd - spanFirst, out + spanFirst);
       }
+    } else if (setup.samplingMode == kSampleBilinear) {
+      BilinearRow(setup, upper, spanFirst, sampleEnd, out);
+    } else if (setup.samplingMode == kSampleNearest) {
+      NearestRow(setup, upper, spanFirst, sampleEnd, out);
     } else {
       for (int32_t x = spanFirst; x < sampleEnd; ++x) SampleMapPoint(setup, upper[x], out[x]);
     }

@@ -41,7 +41,9 @@ struct FieldKernel {
   double Twirl(double angular, float d) const {
     switch (twirl) {
       case 0:  // an arc length in pixels turned into the angle at distance d
-        return d > 0.1f ? angular * kDegreesPerRadian / d : 0.0;
+        if (!(d > 0.1f)) return 0.0;
+        // A zero stays the same zero: no division needed.
+        return angular == 0.0 ? angular : angular * kDegreesPerRadian / d;
       case 1:
         return angular * twirlScale;
       case 2:

@@ -21,6 +21,70 @@
 
 namespace tarvo {
 
+// An entry's four mirrored points, each written only when its row and
+// column lie in the frame. right: the right-hand column centreCol + 1 + i
+// is inside; left: the left-hand column centreCol − i is.
+template <class Writer>
+inline void SpreadEntry(const Polar& polar, const Displacement& disp, bool up, bool lo, bool right, bool left,
+                        double cy, double cx, const int32_t* sine, int32_t rightCol, int32_t leftCol, Writer& upper,
+                        Writer& lower) {
+  const double a = polar.direction;
+  const double dTheta = disp.angular;
+  const double rp = static_cast<double>(polar.distance) + disp.radial;
+  // Upper right (direction a) and its reflection, lower left.
+  if ((up && right) || (lo && left)) {
+    const double theta = a + dTheta;
+    const double s = ReadWave(static_cast<float>(theta), sine);
+    const double c = ReadWave(static_cast<float>(theta + 90.0), sine);
+    if (up && right) upper.Put(rightCol, static_cast<float>(cy - rp * s), static_cast<float>(cx + rp * c));
+    if (lo && left) lower.Put(leftCol, static_cast<float>(cy + rp * s), static_cast<float>(cx - rp * c));
+  }
+  // Upper left (direction 180 − a) and its reflection, lower right.
+  if ((up && left) || (lo && right)) {
+    const double b = dTheta - (a - 180.0);
+    const double s = ReadWave(static_cast<float>(b), sine);
+    const double c = ReadWave(static_cast<float>(b + 90.0), sine);
+    if (up && left) upper.Put(leftCol, static_cast<float>(cy - rp * s), static_cast<float>(cx + rp * c));
+    if (lo && right) lower.Put(rightCol, static_cast<float>(cy + rp * s), static_cast<float>(cx - rp * c));
+  }
+}
+
+#ifdef TARVO_TABLE_READS_SSE2
+// All four points of an entry whose points all lie in the frame, the same
+// arithmetic with the four table reads at once and each (row, column)
+// pair in one register. False (nothing written) when an angle lies outside
+// the first period.
+template <class Writer>
+inline bool SpreadFourPoints(const Polar& polar, const Displacement& disp, double cy, double cx, const int32_t* sine,
+                             int32_t rightCol, int32_t leftCol, Writer& upper, Writer& lower) {
+  const double a = polar.direction;
+  const double dTheta = disp.angular;
+  const double rp = static_cast<double>(polar.distance) + disp.radial;
+  const double theta = a + dTheta;
+  const double b = dTheta - (a - 180.0);
+  const __m128 angles =
+      _mm_movelh_ps(_mm_cvtpd_ps(_mm_setr_pd(theta, theta + 90.0)), _mm_cvtpd_ps(_mm_setr_pd(b, b + 90.0)));
+  __m128 sinCos;  // sin θ, cos θ, sin b, cos b
+  if (!ReadWave4(angles, sine, &sinCos)) return false;
+  const __m128d r = _mm_set1_pd(rp);
+  const __m128d pa = _mm_mul_pd(r, _mm_cvtps_pd(sinCos));                        // rp·sin θ, rp·cos θ
+  const __m128d pb = _mm_mul_pd(r, _mm_cvtps_pd(_mm_movehl_ps(sinCos, sinCos)));  // rp·sin b, rp·cos b
+  const __m128d centre = _mm_setr_pd(cy, cx);
+  auto put = [](Writer& row, int32_t column, __m128d point) {
+    const __m128 f = _mm_cvtpd_ps(point);
+    row.Put(column, _mm_cvtss_f32(f), _mm_cvtss_f32(_mm_shuffle_ps(f, f, 1)));
+  };
+  // (cy − p.sin, cx + p.cos) above, (cy + p.sin, cx − p.cos) below.
+  const __m128d plusA = _mm_add_pd(centre, pa), minusA = _mm_sub_pd(centre, pa);
+  const __m128d plusB = _mm_add_pd(centre, pb), minusB = _mm_sub_pd(centre, pb);
+  put(upper, rightCol, _mm_move_sd(plusA, minusA));
+  put(lower, leftCol, _mm_move_sd(minusA, plusA));
+  put(upper, leftCol, _mm_move_sd(plusB, minusB));
+  put(lower, rightCol, _mm_move_sd(minusB, plusB));
+  return true;
+}
+#endif
+
 template <class Sink>
 void SpreadSymmetric(const RippleRenderer& rr, Sink& sink) {
   const QuadrantField& q = *rr.quadrant;
@@ -46,29 +110,23 @@ void SpreadSymmetric(const RippleRenderer& rr, Sink& sink) {
     auto lower = sink.Row(lo ? loRow : upRow);
     const Polar* polar = q.polar + q.Index(j, 0);
     const Displacement* disp = q.displacement + q.Index(j, 0);
-    for (int32_t i = reach.begin; i < reach.end; ++i) {
-      const bool right = i >= rBegin && i < rEnd;
-      const bool left = i >= lBegin && i < lEnd;
-      const double a = polar[i].direction;
-      const double dTheta = disp[i].angular;
-      const double rp = static_cast<double>(polar[i].distance) + disp[i].radial;
-      // Upper right (direction a) and its reflection, lower left.
-      if ((up && right) || (lo && left)) {
-        const double theta = a + dTheta;
-        const double s = ReadWave(static_cast<float>(theta), sine);
-        const double c = ReadWave(static_cast<float>(theta + 90.0), sine);
-        if (up && right) upper.Put(cc + 1 + i, static_cast<float>(cy - rp * s), static_cast<float>(cx + rp * c));
-        if (lo && left) lower.Put(cc - i, static_cast<float>(cy + rp * s), static_cast<float>(cx - rp * c));
-      }
-      // Upper left (direction 180 − a) and its reflection, lower right.
-      if ((up && left) || (lo && right)) {
-        const double b = dTheta - (a - 180.0);
-        const double s = ReadWave(static_cast<float>(b), sine);
-        const double c = ReadWave(static_cast<float>(b + 90.0), sine);
-        if (up && left) upper.Put(cc - i, static_cast<float>(cy - rp * s), static_cast<float>(cx + rp * c));
-        if (lo && right) lower.Put(cc + 1 + i, static_cast<float>(cy + rp * s), static_cast<float>(cx - rp * c));
+    auto general = [&](int32_t i) {
+      SpreadEntry(polar[i], disp[i], up, lo, i >= rBegin && i < rEnd, i >= lBegin && i < lEnd, cy, cx, sine,
+                  cc + 1 + i, cc - i, upper, lower);
+    };
+    int32_t i = reach.begin;
+#ifdef TARVO_TABLE_READS_SSE2
+    if (up && lo) {
+      // Entries with all four points in the frame.
+      const int32_t fourBegin = std::max({rBegin, lBegin, reach.begin});
+      const int32_t fourEnd = std::min({rEnd, lEnd, reach.end});
+      for (; i < fourBegin && i < reach.end; ++i) general(i);
+      for (; i < fourEnd; ++i) {
+        if (!SpreadFourPoints(polar[i], disp[i], cy, cx, sine, cc + 1 + i, cc - i, upper, lower)) general(i);
       }
     }
+#endif
+    for (; i < reach.end; ++i) general(i);
   }
 }
 
