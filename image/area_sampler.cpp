@@ -518,8 +518,6 @@ TARVO_HOT_INLINE bool SpanQuad4(const uint8_t* base, intptr_t stride, int32_t im
   // Transposed: pixel p's weights w0 .. w3 as 16-bit pairs (w0 w1) and (w2 w3).
   const __m128i t01lo = _mm_unpacklo_epi32(w0, w1), t01hi = _mm_unpackhi_epi32(w0, w1);  // p0 p1 | p2 p3
   const __m128i t23lo = _mm_unpacklo_epi32(w2, w3), t23hi = _mm_unpackhi_epi32(w2, w3);
-  const __m128i pw[4] = {_mm_unpacklo_epi64(t01lo, t23lo), _mm_unpackhi_epi64(t01lo, t23lo),
-                         _mm_unpacklo_epi64(t01hi, t23hi), _mm_unpackhi_epi64(t01hi, t23hi)};
 
   // Boxes inside the image and at most four columns wide take the one-load
   // rows; the others the general integer path.
@@ -530,32 +528,41 @@ TARVO_HOT_INLINE bool SpanQuad4(const uint8_t* base, intptr_t stride, int32_t im
                     _mm_cmplt_epi32(c0, _mm_set1_epi32(imageWidth - 3))));
   const int smallMask = _mm_movemask_ps(_mm_castsi128_ps(small));
 
-  alignas(16) int32_t ys[4], xs[4], yEnds[4], xEnds[4], r0s[4], r1s[4], c0s[4];
+  // Per pixel: the first source byte of its box, its rows and the weights
+  // of its first and last rows; the general path needs the edges.
+  const __m128i fy = frac8(y), fyEnd = frac8(yEnd);
+  const __m128i rows = _mm_add_epi32(_mm_sub_epi32(r1, r0), _mm_set1_epi32(1));
+  alignas(16) int32_t r0s[4], c0s[4], rowCount[4], topW[4], bottomW[4];
   alignas(16) float as[4], bs[4];
-  _mm_store_si128(reinterpret_cast<__m128i*>(ys), y);
-  _mm_store_si128(reinterpret_cast<__m128i*>(xs), x);
-  _mm_store_si128(reinterpret_cast<__m128i*>(yEnds), yEnd);
-  _mm_store_si128(reinterpret_cast<__m128i*>(xEnds), xEnd);
   _mm_store_si128(reinterpret_cast<__m128i*>(r0s), r0);
-  _mm_store_si128(reinterpret_cast<__m128i*>(r1s), r1);
   _mm_store_si128(reinterpret_cast<__m128i*>(c0s), c0);
+  _mm_store_si128(reinterpret_cast<__m128i*>(rowCount), rows);
+  _mm_store_si128(reinterpret_cast<__m128i*>(topW), _mm_sub_epi32(full, fy));
+  _mm_store_si128(reinterpret_cast<__m128i*>(bottomW), fyEnd);
   _mm_store_ps(as, divA);
   _mm_store_ps(bs, divB);
-  for (int p = 0; p < 4; ++p) {
+  auto pixel = [&](int p, __m128i weights) {
     __m128i total;
     if (smallMask & (1 << p)) {
-      const __m128i packed = _mm_packs_epi32(pw[p], pw[p]);
+      const __m128i packed = _mm_packs_epi32(weights, weights);
       const __m128i w01 = _mm_shuffle_epi32(packed, _MM_SHUFFLE(0, 0, 0, 0));
       const __m128i w23 = _mm_shuffle_epi32(packed, _MM_SHUFFLE(1, 1, 1, 1));
       const uint8_t* row = base + stride * r0s[p] + 4 * static_cast<intptr_t>(c0s[p]);
-      const int32_t topWeight = 256 - static_cast<int32_t>((ys[p] & 0xFFFF) >> 8);
-      const int32_t bottomWeight = (yEnds[p] & 0xFFFF) >> 8;
-      total = SpanSmallBox(row, stride, r1s[p] - r0s[p] + 1, topWeight, bottomWeight, w01, w23);
+      total = SpanSmallBox(row, stride, rowCount[p], topW[p], bottomW[p], w01, w23);
     } else {
-      total = SpanBoxSum(base, stride, imageHeight, imageWidth, ys[p], xs[p], yEnds[p], xEnds[p]);
+      alignas(16) int32_t e[4][4];
+      _mm_store_si128(reinterpret_cast<__m128i*>(e[0]), y);
+      _mm_store_si128(reinterpret_cast<__m128i*>(e[1]), x);
+      _mm_store_si128(reinterpret_cast<__m128i*>(e[2]), yEnd);
+      _mm_store_si128(reinterpret_cast<__m128i*>(e[3]), xEnd);
+      total = SpanBoxSum(base, stride, imageHeight, imageWidth, e[0][p], e[1][p], e[2][p], e[3][p]);
     }
     SpanNormalize(total, as[p], bs[p], out + p);
-  }
+  };
+  pixel(0, _mm_unpacklo_epi64(t01lo, t23lo));
+  pixel(1, _mm_unpackhi_epi64(t01lo, t23lo));
+  pixel(2, _mm_unpacklo_epi64(t01hi, t23hi));
+  pixel(3, _mm_unpackhi_epi64(t01hi, t23hi));
   return true;
 }
 

@@ -10,10 +10,175 @@
 #include "fixed_point.h"
 #include "ripple_renderer.h"
 #include "table_reads.h"
+#include "wave_table.h"
 
 namespace tarvo {
 
 namespace {
+
+// One entry of the Circular branch at horizontal offset x.
+inline void CircularOne(const FieldKernel& kernel, float y, double yy, float x, Polar& polar, Displacement& disp) {
+  const float d = static_cast<float>(sqrt(static_cast<double>(x) * x + yy));
+  polar = {d, static_cast<float>(FastAtan2(y, x) * kDegreesPerRadian)};
+  disp = kernel.Circular(d);
+}
+
+#ifdef TARVO_TABLE_READS_SSE2
+// Entries of at most 2^16 in magnitude interpolate exactly in single
+// precision (every product and sum an integer of at most 2^24).
+bool FitsSingle(const int32_t* entries, int n) {
+  for (int k = 0; k < n; ++k)
+    if (entries[k] > 65536 || entries[k] < -65536) return false;
+  return true;
+}
+
+bool TablesFitSingle(const WaveTable& wave) {
+  return FitsSingle(wave.entries, WaveTable::kEntries) && FitsSingle(g_arcTanTable.entries, ArcTanTable::kEntries);
+}
+
+// Whether the current field's tables fit, checked once per field.
+bool g_fieldTablesFitSingle = false;
+
+// (e[i] × (256 − f) + e[i + 1] × f) >> 8 for four indices and fractions,
+// then divided by 65536: the tables' 1/256 interpolation.
+inline __m128 Interpolate4(const int32_t* entries, __m128i index, __m128i frac) {
+  alignas(16) int32_t at[4];
+  _mm_store_si128(reinterpret_cast<__m128i*>(at), index);
+  const __m128i p0 = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(entries + at[0]));
+  const __m128i p1 = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(entries + at[1]));
+  const __m128i p2 = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(entries + at[2]));
+  const __m128i p3 = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(entries + at[3]));
+  const __m128i q01 = _mm_unpacklo_epi32(p0, p1), q23 = _mm_unpacklo_epi32(p2, p3);
+  const __m128 e0 = _mm_cvtepi32_ps(_mm_unpacklo_epi64(q01, q23));
+  const __m128 e1 = _mm_cvtepi32_ps(_mm_unpackhi_epi64(q01, q23));
+  const __m128 sum = _mm_add_ps(_mm_mul_ps(e0, _mm_cvtepi32_ps(_mm_sub_epi32(_mm_set1_epi32(256), frac))),
+                                _mm_mul_ps(e1, _mm_cvtepi32_ps(frac)));
+  const __m128i v = _mm_srai_epi32(_mm_cvttps_epi32(sum), 8);
+  return _mm_mul_ps(_mm_cvtepi32_ps(v), _mm_set1_ps(1.0f / 65536.0f));
+}
+
+// Two doubles from the low or high pair of four floats, and back.
+inline __m128d Low(__m128 v) { return _mm_cvtps_pd(v); }
+inline __m128d High(__m128 v) { return _mm_cvtps_pd(_mm_movehl_ps(v, v)); }
+inline __m128 Narrow(__m128d low, __m128d high) { return _mm_movelh_ps(_mm_cvtpd_ps(low), _mm_cvtpd_ps(high)); }
+
+// Four entries of the Circular branch at x, x + 1, x + 2, x + 3, in the
+// same arithmetic as CircularOne: single-precision steps in four lanes,
+// double-precision steps in two pairs. False (nothing written) when a
+// ratio or a wave angle lies outside what the vector table reads cover.
+bool CircularFour(const FieldKernel& k, float y, double yy, float x, Polar* polar, Displacement* disp) {
+  const __m128 xs = _mm_add_ps(_mm_set1_ps(x), _mm_setr_ps(0.0f, 1.0f, 2.0f, 3.0f));
+  const __m128d yy2 = _mm_set1_pd(yy);
+  auto distance = [&](__m128d xd) { return _mm_sqrt_pd(_mm_add_pd(_mm_mul_pd(xd, xd), yy2)); };
+  const __m128 d = Narrow(distance(Low(xs)), distance(High(xs)));
+
+  // FastAtan2(y, x) for x, y > 0: the table at min / max, from π/2 when
+  // y > x.
+  const __m128 ys = _mm_set1_ps(y);
+  const __m128 ratio = _mm_div_ps(_mm_min_ps(ys, xs), _mm_max_ps(ys, xs));
+  const ArcTanTable& t = g_arcTanTable;
+  const __m128d offset = _mm_set1_pd(t.offset), invStep = _mm_set1_pd(t.invStep);
+  const __m128 s = Narrow(_mm_mul_pd(_mm_add_pd(Low(ratio), offset), invStep),
+                          _mm_mul_pd(_mm_add_pd(High(ratio), offset), invStep));
+  // The plain range of ArcTanTable reads: 0 < s < 400.
+  const __m128 sInside = _mm_and_ps(_mm_cmpgt_ps(s, _mm_setzero_ps()),
+                                    _mm_cmplt_ps(s, _mm_set1_ps(static_cast<float>(ArcTanTable::kEntries - 1))));
+
+  // The wave's phase angle, read plainly for 0 ≤ p ≤ 32000.
+  const __m128d dpp = _mm_set1_pd(k.degreesPerPixel), phase = _mm_set1_pd(k.phase);
+  const __m128 p = Narrow(_mm_add_pd(_mm_mul_pd(Low(d), dpp), phase), _mm_add_pd(_mm_mul_pd(High(d), dpp), phase));
+  const __m128 pInside = _mm_and_ps(_mm_cmpge_ps(p, _mm_setzero_ps()), _mm_cmple_ps(p, _mm_set1_ps(32000.0f)));
+  if (_mm_movemask_ps(_mm_and_ps(sInside, pInside)) != 15) return false;
+
+  const __m128i fixedS = _mm_cvttps_epi32(_mm_mul_ps(s, _mm_set1_ps(65536.0f)));
+  const __m128 atanT = Interpolate4(t.entries, _mm_srai_epi32(fixedS, 16),
+                                    _mm_srli_epi32(_mm_and_si128(fixedS, _mm_set1_epi32(0xFFFF)), 8));
+  const __m128 steep = _mm_cmpgt_ps(ys, xs);
+  const __m128d halfPi = _mm_set1_pd(1.5707963705062866);
+  const __m128 fromAxis = Narrow(_mm_sub_pd(halfPi, Low(atanT)), _mm_sub_pd(halfPi, High(atanT)));
+  const __m128 radians = _mm_or_ps(_mm_and_ps(steep, fromAxis), _mm_andnot_ps(steep, atanT));
+  const __m128d toDegrees = _mm_set1_pd(kDegreesPerRadian);
+  const __m128 a = Narrow(_mm_mul_pd(Low(radians), toDegrees), _mm_mul_pd(High(radians), toDegrees));
+
+  // ReadWave(p): the remainder of one period by an exact double quotient.
+  const __m128i tp = _mm_cvttps_epi32(_mm_mul_ps(p, _mm_set1_ps(65536.0f)));
+  const __m128d period = _mm_set1_pd(static_cast<double>(kWavePeriodFixed));
+  auto remainder = [&](__m128d td) {
+    const __m128d q = _mm_cvtepi32_pd(_mm_cvttpd_epi32(_mm_div_pd(td, period)));
+    return _mm_cvttpd_epi32(_mm_sub_pd(td, _mm_mul_pd(q, period)));
+  };
+  const __m128i r = _mm_unpacklo_epi64(remainder(_mm_cvtepi32_pd(tp)),
+                                       remainder(_mm_cvtepi32_pd(_mm_shuffle_epi32(tp, _MM_SHUFFLE(3, 2, 3, 2)))));
+  const __m128 w = Interpolate4(k.wave, _mm_srai_epi32(r, 16), _mm_and_si128(_mm_srli_epi32(r, 8), _mm_set1_epi32(255)));
+
+  // Circular(d) in two pairs of lanes.
+  const __m128 fades = _mm_cmpgt_ps(d, _mm_set1_ps(k.radiusF));
+  const __m128 nearCentre = _mm_cmpgt_ps(d, _mm_set1_ps(0.1f));
+  // A lane mask of four floats as two pairs of double masks.
+  auto lowMask = [](__m128 m) {
+    return _mm_castsi128_pd(_mm_shuffle_epi32(_mm_castps_si128(m), _MM_SHUFFLE(1, 1, 0, 0)));
+  };
+  auto highMask = [](__m128 m) {
+    return _mm_castsi128_pd(_mm_shuffle_epi32(_mm_castps_si128(m), _MM_SHUFFLE(3, 3, 2, 2)));
+  };
+  const __m128d fadeMasks[2] = {lowMask(fades), highMask(fades)};
+  const __m128d nearMasks[2] = {lowMask(nearCentre), highMask(nearCentre)};
+  __m128d radial[2], angular[2];
+  bool anyAngular = false;
+  for (int h = 0; h < 2; ++h) {
+    const __m128d wd = h == 0 ? Low(w) : High(w);
+    const __m128d dd = h == 0 ? Low(d) : High(d);
+    const __m128d fadeMask = fadeMasks[h];
+    __m128d rad = _mm_mul_pd(_mm_set1_pd(k.waveHeight), wd);
+    __m128d ang = _mm_xor_pd(_mm_mul_pd(_mm_set1_pd(k.angularHeight), wd), _mm_set1_pd(-0.0));
+    __m128d f = _mm_div_pd(_mm_sub_pd(_mm_set1_pd(k.outer), dd), _mm_set1_pd(k.outer - k.radius));
+    f = _mm_andnot_pd(_mm_cmplt_pd(f, _mm_setzero_pd()), f);  // a negative fade is 0
+    __m128d fadedAng = _mm_mul_pd(ang, f);
+    for (int32_t level = 0; level < k.twirl; ++level) fadedAng = _mm_mul_pd(fadedAng, f);
+    rad = _mm_or_pd(_mm_and_pd(fadeMask, _mm_mul_pd(rad, f)), _mm_andnot_pd(fadeMask, rad));
+    ang = _mm_or_pd(_mm_and_pd(fadeMask, fadedAng), _mm_andnot_pd(fadeMask, ang));
+    radial[h] = rad;
+    angular[h] = ang;
+    anyAngular |= _mm_movemask_pd(_mm_cmpneq_pd(ang, _mm_setzero_pd())) != 0;
+  }
+  // Twirl conversion.
+  __m128d turned[2];
+  for (int h = 0; h < 2; ++h) {
+    const __m128d dd = h == 0 ? Low(d) : High(d);
+    const __m128d ts = _mm_set1_pd(k.twirlScale);
+    switch (k.twirl) {
+      case 0: {
+        const __m128d near = nearMasks[h];
+        // A zero stays the same zero; within 0.1 of the centre it is 0.
+        const __m128d v =
+            anyAngular ? _mm_div_pd(_mm_mul_pd(angular[h], _mm_set1_pd(kDegreesPerRadian)), dd) : angular[h];
+        turned[h] = _mm_and_pd(near, v);
+        break;
+      }
+      case 1:
+        turned[h] = _mm_mul_pd(angular[h], ts);
+        break;
+      case 2:
+        turned[h] = _mm_mul_pd(_mm_mul_pd(angular[h], ts), _mm_mul_pd(_mm_set1_pd(k.twirlGrowth), dd));
+        break;
+      default: {
+        const __m128d g = _mm_mul_pd(_mm_set1_pd(k.twirlGrowth), dd);
+        turned[h] = _mm_mul_pd(_mm_mul_pd(angular[h], ts), _mm_mul_pd(g, g));
+        break;
+      }
+    }
+  }
+  const __m128 radialF = Narrow(radial[0], radial[1]);
+  const __m128 turnedF = Narrow(turned[0], turned[1]);
+  float* pf = &polar[0].distance;
+  _mm_storeu_ps(pf, _mm_unpacklo_ps(d, a));
+  _mm_storeu_ps(pf + 4, _mm_unpackhi_ps(d, a));
+  float* df = &disp[0].radial;
+  _mm_storeu_ps(df, _mm_unpacklo_ps(radialF, turnedF));
+  _mm_storeu_ps(df + 4, _mm_unpackhi_ps(radialF, turnedF));
+  return true;
+}
+#endif
 
 // √radicand truncated, no more than limit; a negative radicand gives 0.
 int32_t RowLength(double radicand, int32_t limit) {
@@ -25,6 +190,9 @@ int32_t RowLength(double radicand, int32_t limit) {
 
 void RippleRenderer::ComputeField() {
   const FieldBranch branch = Branch();
+#ifdef TARVO_TABLE_READS_SSE2
+  g_fieldTablesFitSingle = TablesFitSingle(*wave);
+#endif
   for (int32_t j = 0; j < quadRows; ++j) {
     if (CheckAbort()) {
       aborted = true;
@@ -55,7 +223,20 @@ void RippleRenderer::ComputeSymmetricRow(int32_t j, FieldBranch branch) {
   Displacement* disp = quadrant->displacement + quadrant->Index(j, 0);
   float x = static_cast<float>(0.5 + reach.begin);
   if (branch == FieldBranch::kCircular) {
-    for (int32_t i = reach.begin; i < reach.end; ++i, x += 1.0f) {
+    int32_t i = reach.begin;
+#ifdef TARVO_TABLE_READS_SSE2
+    if (g_fieldTablesFitSingle) {
+      for (; i + 4 <= reach.end; i += 4, x += 4.0f) {
+        if (!CircularFour(kernel, y, yy, x, polar + i, disp + i)) {
+          // An angle or ratio outside the tables' plain range: these four
+          // one at a time.
+          float xk = x;
+          for (int32_t k = i; k < i + 4; ++k, xk += 1.0f) CircularOne(kernel, y, yy, xk, polar[k], disp[k]);
+        }
+      }
+    }
+#endif
+    for (; i < reach.end; ++i, x += 1.0f) {
       const float d = static_cast<float>(sqrt(static_cast<double>(x) * x + yy));
       polar[i] = {d, static_cast<float>(FastAtan2(y, x) * kDegreesPerRadian)};
       disp[i] = kernel.Circular(d);
