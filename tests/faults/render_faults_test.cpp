@@ -6,6 +6,7 @@
 #include <stdio.h>
 #include <string.h>
 
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -25,6 +26,8 @@ struct Case {
   int antialias;     // 1 High, 2 Med, 3 Low
   PF_Quality quality;
 };
+
+void PrintTo(const Case& c, std::ostream* os) { *os << c.name; }
 
 // High antialias at high quality samples areas, Med samples bilinearly, Low
 // at low quality takes the nearest pixel.
