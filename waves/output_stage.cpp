@@ -260,39 +260,58 @@ void PinRow(int32_t y, MapPoint* p, int32_t first, int32_t last, const PinWeight
             const PinWeight& rowWeight, const FreeRuns& runs) {
   const bool rowFree = IsFree(rowWeight);
   // A free pull leaves a coordinate as coordinate + 0, and a real pull
-  // gives the same whether or not that was done first.
-  auto pinOne = [&](int32_t x) {
-    if (!IsFree(columnWeight[x])) PinPoint(y, x, p[x], columnWeight[x]);
-    if (rowFree) {
-      AddZero(p[x]);
-    } else {
-      PinPoint(y, x, p[x], rowWeight);
+  // gives the same whether or not that was done first. Points first .. end
+  // − 1 outside the profile's free runs:
+  auto pinSome = [&](int32_t from, int32_t end) {
+#ifdef TARVO_OUTPUT_SSE2
+    const PinPair row = Widen(rowWeight);
+    __m128d grid = _mm_setr_pd(static_cast<double>(y), static_cast<double>(from));
+    const __m128d step = _mm_setr_pd(0.0, 1.0);
+    for (int32_t x = from; x < end; ++x, grid = _mm_add_pd(grid, step)) {
+      if (!IsFree(columnWeight[x])) PinPoint(grid, p[x], Widen(columnWeight[x]));
+      if (rowFree) {
+        AddZero(p[x]);
+      } else {
+        PinPoint(grid, p[x], row);
+      }
     }
+#else
+    for (int32_t x = from; x < end; ++x) {
+      if (!IsFree(columnWeight[x])) PinPoint(y, x, p[x], columnWeight[x]);
+      if (rowFree) {
+        AddZero(p[x]);
+      } else {
+        PinPoint(y, x, p[x], rowWeight);
+      }
+    }
+#endif
   };
   if (!runs.usable) {
-    for (int32_t x = first; x <= last; ++x) pinOne(x);
+    pinSome(first, last + 1);
     return;
   }
   int32_t x = first;
   for (int k = 0; k < runs.count && x <= last; ++k) {
     const int32_t runBegin = std::max(runs.begin[k], x), runEnd = std::min(runs.end[k], last + 1);
     if (runBegin >= runEnd) continue;
-    for (; x < runBegin; ++x) pinOne(x);
+    pinSome(x, runBegin);
     // Free columns: only the row weight acts.
     if (rowFree) {
       AddZeroRange(p, runBegin, runEnd);
     } else {
 #ifdef TARVO_OUTPUT_SSE2
       const PinPair w = Widen(rowWeight);
-      __m128d grid = _mm_setr_pd(static_cast<double>(y), static_cast<double>(x));
-      for (; x < runEnd; ++x, grid = _mm_add_pd(grid, _mm_setr_pd(0.0, 1.0))) PinPoint(grid, p[x], w);
+      __m128d grid = _mm_setr_pd(static_cast<double>(y), static_cast<double>(runBegin));
+      for (int32_t c = runBegin; c < runEnd; ++c, grid = _mm_add_pd(grid, _mm_setr_pd(0.0, 1.0))) {
+        PinPoint(grid, p[c], w);
+      }
 #else
-      for (; x < runEnd; ++x) PinPoint(y, x, p[x], rowWeight);
+      for (int32_t c = runBegin; c < runEnd; ++c) PinPoint(y, c, p[c], rowWeight);
 #endif
     }
     x = runEnd;
   }
-  for (; x <= last; ++x) pinOne(x);
+  pinSome(x, last + 1);
 }
 
 }  // namespace
@@ -475,8 +494,10 @@ void BilinearRow(const RenderSetup& setup, const MapPoint* p, int32_t first, int
       v = _mm_add_pd(v, _mm_mul_pd(_mm_cvtepi32_pd(b), k01));
       v = _mm_add_pd(v, _mm_mul_pd(_mm_cvtepi32_pd(c), k10));
       v = _mm_add_pd(v, _mm_mul_pd(_mm_cvtepi32_pd(d), k11));
-      // Channel(): 255 and above give 255, nothing above 0 gives 0.
-      return _mm_cvttpd_epi32(_mm_max_pd(_mm_min_pd(v, _mm_set1_pd(255.0)), _mm_setzero_pd()));
+      // Channel(): 255 and above give 255, nothing above 0 gives 0. The
+      // weights are at least −2^-24 or so, so a mix below 0 lies above −1
+      // and truncates to 0 as it is.
+      return _mm_cvttpd_epi32(_mm_min_pd(v, _mm_set1_pd(255.0)));
     };
     auto high = [](__m128i v) { return _mm_unpackhi_epi64(v, v); };
     const __m128i alphaRed = mix(tl, tr, bl, br);
