@@ -13,7 +13,7 @@
 # Left out: the tests that load our frei0r filter into ffmpeg or melt.
 # Those programs are not instrumented, and an instrumented shared object
 # cannot be loaded into an uninstrumented process (the runtime must come
-# first). The filter's own tests (frei0r.*Adapter*) still run in-process.
+# first). The filter's own tests (frei0r.Frei0rTest.*) still run in-process.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/setup.sh
