@@ -18,12 +18,13 @@
 # shared, and CPU time is what a busy machine leaves least disturbed.
 #
 # Installs its own Debian packages (OpenCV, GEGL, ImageMagick) when run.
-# Environment: BUILD_DIR (default build-bench), REPS (default 9),
-# OUT (default out/peers).
+# Environment: BUILD_DIR (default build-bench), REPS (repetitions per
+# measurement, default 7), ROUNDS (default 5), OUT (default out/peers).
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build=${BUILD_DIR:-build-bench}
-reps=${REPS:-9}
+reps=${REPS:-7}
+rounds=${ROUNDS:-5}
 out=${OUT:-out/peers}
 scripts/setup.sh libbenchmark-dev libopencv-dev gegl imagemagick
 cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DTARVO_BUILD_BENCH=ON >/dev/null
@@ -36,14 +37,18 @@ out=$(cd "$out" && pwd)
 magick=/usr/bin/convert  # not a stand-in of the same name earlier on PATH
 "$magick" "$out/frame.pam" "$out/frame.png"
 
-# OpenCV's remap and the plain copy, from a small program built here.
+# OpenCV's remap and the plain copy, from a small program built here; this
+# project's whole renders through the module. The two alternate over ROUNDS
+# rounds, so that a change in the machine's load between them shows in
+# both: each round gives a ratio, and the table reports the medians.
 g++ -O2 -std=c++17 -o "$out/remap_bench" bench/peers/remap_bench.cpp $(pkg-config --cflags --libs opencv4)
-"$out/remap_bench" "$out/frame.png" "$reps" >"$out/remap.txt"
-
-# This project: whole renders through the module, one thread.
-"$build/bin/tarvo_render_bench" --benchmark_filter='render/(default|bilinear)/1920x1080' \
-  --benchmark_repetitions="$reps" --benchmark_report_aggregates_only=true \
-  --benchmark_out_format=json --benchmark_out="$out/render.json" >/dev/null 2>&1
+: >"$out/remap.txt"
+for round in $(seq "$rounds"); do
+  "$out/remap_bench" "$out/frame.png" "$reps" | sed "s/^/$round /" >>"$out/remap.txt"
+  "$build/bin/tarvo_render_bench" --benchmark_filter='render/(default|bilinear)/1920x1080' \
+    --benchmark_repetitions="$reps" --benchmark_report_aggregates_only=true \
+    --benchmark_out_format=json --benchmark_out="$out/render_$round.json" >/dev/null 2>&1
+done
 
 # Whole programs: CPU seconds of each run, median over REPS runs after one
 # warm-up run.
@@ -70,27 +75,37 @@ gegl_waves=$(cpu_median gegl "$out/frame.png" -o "$out/gegl_waves.png" -- \
 magick_nop=$(cpu_median "$magick" -limit thread 1 "$out/frame.pam" "$out/magick_nop.pam")
 magick_swirl=$(cpu_median "$magick" -limit thread 1 "$out/frame.pam" -swirl 180 "$out/magick_swirl.pam")
 
-python3 - "$out" "$gegl_nop" "$gegl_waves" "$magick_nop" "$magick_swirl" <<'PY'
-import json, sys
-out, gegl_nop, gegl_waves, magick_nop, magick_swirl = sys.argv[1], *map(float, sys.argv[2:])
-rows = {}
-for b in json.load(open(f"{out}/render.json"))["benchmarks"]:
-    if b.get("aggregate_name") == "median":
-        name = b["run_name"].split("/")[1]
-        rows[f"Tarvo FX Ripple, {'default (area sampling)' if name == 'default' else 'Antialias Med (bilinear)'}"] = b["cpu_time"]
+python3 - "$out" "$rounds" "$gegl_nop" "$gegl_waves" "$magick_nop" "$magick_swirl" <<'PY'
+import json, statistics, sys
+out, rounds = sys.argv[1], int(sys.argv[2])
+gegl_nop, gegl_waves, magick_nop, magick_swirl = map(float, sys.argv[3:])
+labels = {"memcpy": "plain copy of the frame (memcpy)",
+          "remap_linear_float_map": "OpenCV remap INTER_LINEAR, float map",
+          "remap_linear_fixed_map": "OpenCV remap INTER_LINEAR, fixed-point map",
+          "remap_nearest_float_map": "OpenCV remap INTER_NEAREST, float map",
+          "default": "Tarvo FX Ripple, default (area sampling)",
+          "bilinear": "Tarvo FX Ripple, Antialias Med (bilinear)"}
+per_round = {r: {} for r in range(1, rounds + 1)}
 for line in open(f"{out}/remap.txt"):
-    name, wall, cpu = line.split()
-    label = {"memcpy": "plain copy of the frame (memcpy)",
-             "remap_linear_float_map": "OpenCV remap INTER_LINEAR, float map",
-             "remap_linear_fixed_map": "OpenCV remap INTER_LINEAR, fixed-point map",
-             "remap_nearest_float_map": "OpenCV remap INTER_NEAREST, float map"}[name]
-    rows[label] = float(cpu)
-rows["GEGL gegl:waves, linear sampler (program minus no-op)"] = gegl_waves - gegl_nop
-rows["ImageMagick -swirl 180 (program minus no-op)"] = magick_swirl - magick_nop
-remap = rows["OpenCV remap INTER_LINEAR, float map"]
-area = rows["Tarvo FX Ripple, default (area sampling)"]
-print(f"{'1920x1080 RGBA, one thread':58} {'CPU ms':>9} {'x remap':>8} {'x ours':>8}")
-for label, ms in rows.items():
-    print(f"{label:58} {ms:9.2f} {ms / remap:8.2f} {ms / area:8.2f}")
-print(f"(whole programs, medians: GEGL {gegl_waves:.0f} - {gegl_nop:.0f} ms, ImageMagick {magick_swirl:.0f} - {magick_nop:.0f} ms)")
+    r, name, wall, cpu = line.split()
+    per_round[int(r)][name] = float(cpu)
+for r in per_round:
+    for b in json.load(open(f"{out}/render_{r}.json"))["benchmarks"]:
+        if b.get("aggregate_name") == "median":
+            per_round[r][b["run_name"].split("/")[1]] = b["cpu_time"]
+remap = "remap_linear_float_map"
+rows = {}
+for name in ["default", "bilinear", remap, "remap_linear_fixed_map", "remap_nearest_float_map", "memcpy"]:
+    ms = statistics.median(per_round[r][name] for r in per_round)
+    ratio = statistics.median(per_round[r][name] / per_round[r][remap] for r in per_round)
+    rows[labels[name]] = (ms, ratio)
+remap_ms = rows[labels[remap]][0]
+rows["GEGL gegl:waves, linear sampler (program minus no-op)"] = (gegl_waves - gegl_nop, (gegl_waves - gegl_nop) / remap_ms)
+rows["ImageMagick -swirl 180 (program minus no-op)"] = (magick_swirl - magick_nop, (magick_swirl - magick_nop) / remap_ms)
+ours = rows[labels["default"]][0]
+print(f"{'1920x1080 RGBA, one thread, CPU time':58} {'ms':>8} {'x remap':>8} {'x ours':>8}")
+for label, (ms, ratio) in rows.items():
+    print(f"{label:58} {ms:8.2f} {ratio:8.2f} {ms / ours:8.2f}")
+print(f"(x remap of the project and OpenCV rows: median of {rounds} per-round ratios; "
+      f"whole programs, medians: GEGL {gegl_waves:.0f} - {gegl_nop:.0f} ms, ImageMagick {magick_swirl:.0f} - {magick_nop:.0f} ms)")
 PY
