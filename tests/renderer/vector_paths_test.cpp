@@ -1,0 +1,123 @@
+// The field and the spreading computed four at a time against the
+// per-entry code they replace: every computed entry of the Circular field
+// equals FieldKernel::Circular with FastAtan2, and every spread point equals
+// what SpreadEntry writes, bit for bit, over radii, heights, twirls, phases
+// (negative ones and ones past the first period), wave shapes and centres.
+#include <gtest/gtest.h>
+#include <string.h>
+
+#include <cmath>
+
+#include "chaos.h"
+#include "field_kernel.h"
+#include "renderer_test_util.h"
+
+namespace tarvo {
+namespace {
+
+using rendertest::CountingSink;
+using rendertest::Inputs;
+using rendertest::Rendered;
+
+bool SameBits(float a, float b) { return memcmp(&a, &b, sizeof a) == 0; }
+
+struct Case {
+  int w, h;
+  Inputs in;
+  uint32_t waveform;
+};
+
+std::vector<Case> Cases() {
+  std::vector<Case> cases;
+  const int sizes[][2] = {{64, 48}, {97, 61}, {200, 30}};
+  int n = 0;
+  for (const auto& s : sizes) {
+    for (const float radius : {6.0f, 25.0f, 80.0f}) {
+      for (const int32_t twirl : {0, 1, 2, 3}) {
+        Inputs in;
+        in.centreRow = s[1] * (n % 3 == 0 ? 0.5f : n % 3 == 1 ? 0.2f : 1.3f);
+        in.centreCol = s[0] * (n % 4 == 0 ? 0.5f : n % 4 == 1 ? 0.8f : n % 4 == 2 ? -0.2f : 0.35f);
+        in.radiusPx = radius;
+        in.waveHeightPx = n % 5 == 0 ? 0.0f : 3.5f;
+        in.angularHeightPx = n % 2 == 0 ? 0.0f : 2.25f;
+        in.degreesPerPixel = 2.0f + static_cast<float>(n % 7);
+        in.phase = n % 3 == 0 ? -200.0f : n % 3 == 1 ? 35.0f : 700.0f;
+        in.twirl = twirl;
+        cases.push_back({s[0], s[1], in, static_cast<uint32_t>(n % 24)});
+        ++n;
+      }
+    }
+  }
+  return cases;
+}
+
+TEST(VectorPaths, CircularFieldMatchesThePerEntryKernel) {
+  int checked = 0;
+  for (const Case& c : Cases()) {
+    rendertest::BuildTables();
+    g_rippleWave.Build(c.waveform, true);
+    Rendered r(c.w, c.h, c.in);
+    ASSERT_TRUE(r->ready);
+    ASSERT_EQ(r->Branch(), FieldBranch::kCircular);
+    // The renderer built its field with g_rippleWave of this waveform.
+    const FieldKernel kernel = MakeKernel(*r);
+    const QuadrantField& q = *r->quadrant;
+    for (int32_t j = 0; j < r->quadRows; ++j) {
+      const ColumnRange reach = r->SymmetricReach(j, q.rowLength[j]);
+      const float y = static_cast<float>(j + 0.5);
+      float x = static_cast<float>(0.5 + reach.begin);
+      for (int32_t i = reach.begin; i < reach.end; ++i, x += 1.0f) {
+        const float d = static_cast<float>(sqrt(static_cast<double>(x) * x + static_cast<double>(y) * y));
+        const float a = static_cast<float>(FastAtan2(y, x) * kDegreesPerRadian);
+        const Displacement want = kernel.Circular(d);
+        const Polar& p = q.polar[q.Index(j, i)];
+        const Displacement& got = q.displacement[q.Index(j, i)];
+        ASSERT_TRUE(SameBits(p.distance, d) && SameBits(p.direction, a) && SameBits(got.radial, want.radial) &&
+                    SameBits(got.angular, want.angular))
+            << c.w << "x" << c.h << " twirl " << c.in.twirl << " phase " << c.in.phase << " at " << j << "," << i;
+        ++checked;
+      }
+    }
+  }
+  EXPECT_GT(checked, 20000);
+}
+
+TEST(VectorPaths, SpreadingMatchesThePerEntryWriter) {
+  for (const Case& c : Cases()) {
+    Rendered r(c.w, c.h, c.in);
+    ASSERT_TRUE(r->ready);
+    const CountingSink got = rendertest::Spread(*r);
+
+    // Every entry once more through the general writer.
+    CountingSink want(r->height + 1, r->width + 1);
+    const QuadrantField& q = *r->quadrant;
+    const int32_t cc = r->centreCol, w = r->width;
+    for (int32_t j = 0; j < r->quadRows; ++j) {
+      const bool up = r->UpperRowInside(j), lo = r->LowerRowInside(j);
+      if (!up && !lo) continue;
+      const int32_t n = q.rowLength[j];
+      const int32_t rBegin = std::max(0, -cc - 1), rEnd = std::min(n, w - cc);
+      const int32_t lBegin = std::max(0, cc - w), lEnd = std::min(n, cc + 1);
+      auto upper = want.Row(up ? r->centreRow - j : r->centreRow + 1 + j);
+      auto lower = want.Row(lo ? r->centreRow + 1 + j : r->centreRow - j);
+      const ColumnRange reach = r->SymmetricReach(j, n);
+      for (int32_t i = reach.begin; i < reach.end; ++i) {
+        SpreadEntry(q.polar[q.Index(j, i)], q.displacement[q.Index(j, i)], up, lo, i >= rBegin && i < rEnd,
+                    i >= lBegin && i < lEnd, r->centreY, r->centreX, g_sineTable.entries, cc + 1 + i, cc - i, upper,
+                    lower);
+      }
+    }
+    for (int32_t y = 0; y <= r->height; ++y) {
+      for (int32_t x = 0; x <= r->width; ++x) {
+        ASSERT_EQ(got.Count(y, x), want.Count(y, x)) << y << "," << x;
+        if (!want.Count(y, x)) continue;
+        ASSERT_TRUE(SameBits(got.Point(y, x).row, want.Point(y, x).row) &&
+                    SameBits(got.Point(y, x).column, want.Point(y, x).column))
+            << c.w << "x" << c.h << " at " << y << "," << x;
+      }
+    }
+  }
+}
+
+}  // namespace
+}  // namespace tarvo
