@@ -23,6 +23,15 @@ inline void CircularOne(const FieldKernel& kernel, float y, double yy, float x, 
   disp = kernel.Circular(d);
 }
 
+// One entry of the stretched branches at horizontal offset x.
+inline void StretchedOne(const FieldKernel& kernel, float y, double yy, float x, bool clampFade, Polar& polar,
+                         Displacement& disp) {
+  const float d = static_cast<float>(sqrt(static_cast<double>(x) * x + yy));
+  const float a = static_cast<float>(FastAtan2(y, x) * kDegreesPerRadian);
+  polar = {d, a};
+  disp = kernel.Stretched(d, a, clampFade);
+}
+
 #ifdef TARVO_TABLE_READS_SSE2
 // Entries of at most 2^16 in magnitude interpolate exactly in single
 // precision (every product and sum an integer of at most 2^24).
@@ -178,6 +187,164 @@ bool CircularFour(const FieldKernel& k, float y, double yy, float x, Polar* pola
   _mm_storeu_ps(df + 4, _mm_unpackhi_ps(radialF, turnedF));
   return true;
 }
+
+// A lane mask of four floats as a pair of double masks (lanes 0, 1 or 2, 3).
+inline __m128d LowMask(__m128 m) { return _mm_castsi128_pd(_mm_shuffle_epi32(_mm_castps_si128(m), _MM_SHUFFLE(1, 1, 0, 0))); }
+inline __m128d HighMask(__m128 m) { return _mm_castsi128_pd(_mm_shuffle_epi32(_mm_castps_si128(m), _MM_SHUFFLE(3, 3, 2, 2))); }
+inline __m128d Select(__m128d mask, __m128d yes, __m128d no) {
+  return _mm_or_pd(_mm_and_pd(mask, yes), _mm_andnot_pd(mask, no));
+}
+
+// Polar coordinates of four offsets (x, y), y > 0 and x of either sign but
+// not 0: distance and FastAtan2 × 180/π, as in the per-entry code. False
+// when a ratio falls outside the arctangent table's plain range.
+bool PolarFour(float y, double yy, __m128 xs, __m128* distance, __m128* direction) {
+  const __m128d yy2 = _mm_set1_pd(yy);
+  auto dist = [&](__m128d xd) { return _mm_sqrt_pd(_mm_add_pd(_mm_mul_pd(xd, xd), yy2)); };
+  const __m128 d = Narrow(dist(Low(xs)), dist(High(xs)));
+  const __m128 negative = _mm_cmplt_ps(xs, _mm_setzero_ps());
+  const __m128 ax = _mm_and_ps(xs, _mm_castsi128_ps(_mm_set1_epi32(0x7FFFFFFF)));
+  const __m128 ys = _mm_set1_ps(y);
+  const __m128 ratio = _mm_div_ps(_mm_min_ps(ys, ax), _mm_max_ps(ys, ax));
+  const ArcTanTable& t = g_arcTanTable;
+  const __m128d offset = _mm_set1_pd(t.offset), invStep = _mm_set1_pd(t.invStep);
+  const __m128 s = Narrow(_mm_mul_pd(_mm_add_pd(Low(ratio), offset), invStep),
+                          _mm_mul_pd(_mm_add_pd(High(ratio), offset), invStep));
+  const __m128 sInside = _mm_and_ps(_mm_cmpgt_ps(s, _mm_setzero_ps()),
+                                    _mm_cmplt_ps(s, _mm_set1_ps(static_cast<float>(ArcTanTable::kEntries - 1))));
+  if (_mm_movemask_ps(_mm_and_ps(sInside, _mm_cmpgt_ps(ax, _mm_setzero_ps()))) != 15) return false;
+  const __m128i fixedS = _mm_cvttps_epi32(_mm_mul_ps(s, _mm_set1_ps(65536.0f)));
+  const __m128 atanT = Interpolate4(t.entries, _mm_srai_epi32(fixedS, 16),
+                                    _mm_srli_epi32(_mm_and_si128(fixedS, _mm_set1_epi32(0xFFFF)), 8));
+  // r = π/2 − T when y > |x|, else T; then π − r for a negative x; all in
+  // double before the single-precision result.
+  const __m128 steep = _mm_cmpgt_ps(ys, ax);
+  const __m128d halfPi = _mm_set1_pd(1.5707963705062866), pi = _mm_set1_pd(3.1415927410125732);
+  const __m128d toDegrees = _mm_set1_pd(kDegreesPerRadian);
+  auto angle = [&](__m128d td, __m128d steepMask, __m128d negativeMask) {
+    __m128d r = Select(steepMask, _mm_sub_pd(halfPi, td), td);
+    r = Select(negativeMask, _mm_sub_pd(pi, r), r);
+    return _mm_cvtps_pd(_mm_cvtpd_ps(r));  // FastAtan2's single-precision result
+  };
+  const __m128d rLow = angle(Low(atanT), LowMask(steep), LowMask(negative));
+  const __m128d rHigh = angle(High(atanT), HighMask(steep), HighMask(negative));
+  *distance = d;
+  *direction = Narrow(_mm_mul_pd(rLow, toDegrees), _mm_mul_pd(rHigh, toDegrees));
+  return true;
+}
+
+// ReadWave at four angles in (−360, 360): the index of a negative angle is
+// one period up. False (nothing written) for any other angle.
+bool ReadWaveSigned4(__m128 angles, const int32_t* entries, __m128* values) {
+  const __m128 inside = _mm_and_ps(_mm_cmpgt_ps(angles, _mm_set1_ps(-360.0f)), _mm_cmplt_ps(angles, _mm_set1_ps(360.0f)));
+  if (_mm_movemask_ps(inside) != 15) return false;
+  __m128i t = _mm_cvttps_epi32(_mm_mul_ps(angles, _mm_set1_ps(65536.0f)));
+  t = _mm_add_epi32(t, _mm_and_si128(_mm_cmplt_epi32(t, _mm_setzero_si128()),
+                                     _mm_set1_epi32(static_cast<int32_t>(kWavePeriodFixed))));
+  *values = Interpolate4(entries, _mm_srai_epi32(t, 16), _mm_and_si128(_mm_srli_epi32(t, 8), _mm_set1_epi32(255)));
+  return true;
+}
+
+// FieldKernel::Stretched for four entries (distance d, direction a): the
+// ellipse factor, the cut-off, the wave read at the scaled distance, the
+// fade and the twirl, in two pairs of double lanes. False (nothing written)
+// when a table read leaves what the vector reads cover.
+bool StretchedFour(const FieldKernel& k, __m128 d, __m128 a, bool clampFade, Displacement* disp) {
+  const __m128d angle = _mm_set1_pd(static_cast<double>(k.angle));
+  const __m128d tLow = _mm_sub_pd(Low(a), angle), tHigh = _mm_sub_pd(High(a), angle);
+  const __m128d quarter = _mm_set1_pd(90.0);
+  __m128 sines, cosines;
+  if (!ReadWaveSigned4(Narrow(tLow, tHigh), k.sine, &sines)) return false;
+  if (!ReadWaveSigned4(Narrow(_mm_add_pd(tLow, quarter), _mm_add_pd(tHigh, quarter)), k.sine, &cosines)) {
+    return false;
+  }
+  const __m128d s2 = _mm_set1_pd(k.stretchSq), outer = _mm_set1_pd(k.outer);
+  __m128d kk[2], e[2], limit[2];
+  for (int h = 0; h < 2; ++h) {
+    const __m128d sd = h == 0 ? Low(sines) : High(sines), cd = h == 0 ? Low(cosines) : High(cosines);
+    kk[h] = _mm_sqrt_pd(_mm_div_pd(s2, _mm_add_pd(_mm_mul_pd(cd, cd), _mm_mul_pd(s2, _mm_mul_pd(sd, sd)))));
+    e[h] = _mm_mul_pd(h == 0 ? Low(d) : High(d), kk[h]);
+    limit[h] = _mm_mul_pd(kk[h], outer);
+  }
+  // Entries at or beyond the cut-off get no displacement; their wave angle
+  // is read as 0 so that every lane stays inside the table.
+  const __m128d cut[2] = {_mm_cmpnlt_pd(e[0], limit[0]), _mm_cmpnlt_pd(e[1], limit[1])};
+  const __m128d dpp = _mm_set1_pd(k.degreesPerPixel), phase = _mm_set1_pd(k.phase);
+  const __m128d pLow = _mm_andnot_pd(cut[0], _mm_add_pd(_mm_div_pd(_mm_mul_pd(dpp, Low(d)), kk[0]), phase));
+  const __m128d pHigh = _mm_andnot_pd(cut[1], _mm_add_pd(_mm_div_pd(_mm_mul_pd(dpp, High(d)), kk[1]), phase));
+  const __m128 p = Narrow(pLow, pHigh);
+  const __m128 pInside = _mm_and_ps(_mm_cmpge_ps(p, _mm_setzero_ps()), _mm_cmple_ps(p, _mm_set1_ps(32000.0f)));
+  if (_mm_movemask_ps(pInside) != 15) return false;
+  const __m128i tp = _mm_cvttps_epi32(_mm_mul_ps(p, _mm_set1_ps(65536.0f)));
+  const __m128d period = _mm_set1_pd(static_cast<double>(kWavePeriodFixed));
+  auto remainder = [&](__m128d td) {
+    const __m128d q = _mm_cvtepi32_pd(_mm_cvttpd_epi32(_mm_div_pd(td, period)));
+    return _mm_cvttpd_epi32(_mm_sub_pd(td, _mm_mul_pd(q, period)));
+  };
+  const __m128i r = _mm_unpacklo_epi64(remainder(_mm_cvtepi32_pd(tp)),
+                                       remainder(_mm_cvtepi32_pd(_mm_shuffle_epi32(tp, _MM_SHUFFLE(3, 2, 3, 2)))));
+  const __m128 w = Interpolate4(k.wave, _mm_srai_epi32(r, 16), _mm_and_si128(_mm_srli_epi32(r, 8), _mm_set1_epi32(255)));
+
+  const __m128 nearCentre = _mm_cmpgt_ps(d, _mm_set1_ps(0.1f));
+  const __m128d nearMasks[2] = {LowMask(nearCentre), HighMask(nearCentre)};
+  __m128d radial[2], angular[2];
+  bool anyAngular = false;
+  for (int h = 0; h < 2; ++h) {
+    const __m128d wd = h == 0 ? Low(w) : High(w);
+    __m128d rad = _mm_mul_pd(_mm_mul_pd(_mm_set1_pd(k.waveHeight), wd), kk[h]);
+    __m128d ang = _mm_mul_pd(_mm_set1_pd(k.angularHeight), wd);
+    const __m128d rr = _mm_mul_pd(_mm_set1_pd(k.radius), kk[h]);
+    const __m128d fades = _mm_cmpgt_pd(e[h], rr);
+    __m128d f = _mm_div_pd(_mm_sub_pd(limit[h], e[h]), _mm_sub_pd(limit[h], rr));
+    if (clampFade) f = _mm_andnot_pd(_mm_cmplt_pd(f, _mm_setzero_pd()), f);
+    __m128d fadedAng = _mm_mul_pd(ang, f);
+    for (int32_t level = 0; level < k.twirl; ++level) fadedAng = _mm_mul_pd(fadedAng, f);
+    rad = Select(fades, _mm_mul_pd(rad, f), rad);
+    ang = Select(fades, fadedAng, ang);
+    radial[h] = rad;
+    angular[h] = ang;
+    anyAngular |= _mm_movemask_pd(_mm_andnot_pd(cut[h], _mm_cmpneq_pd(ang, _mm_setzero_pd()))) != 0;
+  }
+  __m128d turned[2];
+  for (int h = 0; h < 2; ++h) {
+    const __m128d dd = h == 0 ? Low(d) : High(d);
+    const __m128d ts = _mm_set1_pd(k.twirlScale);
+    switch (k.twirl) {
+      case 0: {
+        const __m128d v =
+            anyAngular ? _mm_div_pd(_mm_mul_pd(angular[h], _mm_set1_pd(kDegreesPerRadian)), dd) : angular[h];
+        turned[h] = _mm_and_pd(nearMasks[h], v);
+        break;
+      }
+      case 1:
+        turned[h] = _mm_mul_pd(angular[h], ts);
+        break;
+      case 2:
+        turned[h] = _mm_mul_pd(_mm_mul_pd(angular[h], ts), _mm_mul_pd(_mm_set1_pd(k.twirlGrowth), dd));
+        break;
+      default: {
+        const __m128d g = _mm_mul_pd(_mm_set1_pd(k.twirlGrowth), dd);
+        turned[h] = _mm_mul_pd(_mm_mul_pd(angular[h], ts), _mm_mul_pd(g, g));
+        break;
+      }
+    }
+    // Cut-off entries: both parts exactly 0.
+    radial[h] = _mm_andnot_pd(cut[h], radial[h]);
+    turned[h] = _mm_andnot_pd(cut[h], turned[h]);
+  }
+  const __m128 radialF = Narrow(radial[0], radial[1]);
+  const __m128 turnedF = Narrow(turned[0], turned[1]);
+  float* df = &disp[0].radial;
+  _mm_storeu_ps(df, _mm_unpacklo_ps(radialF, turnedF));
+  _mm_storeu_ps(df + 4, _mm_unpackhi_ps(radialF, turnedF));
+  return true;
+}
+
+inline void StorePolar(Polar* polar, __m128 d, __m128 a) {
+  float* pf = &polar[0].distance;
+  _mm_storeu_ps(pf, _mm_unpacklo_ps(d, a));
+  _mm_storeu_ps(pf + 4, _mm_unpackhi_ps(d, a));
+}
 #endif
 
 // √radicand truncated, no more than limit; a negative radicand gives 0.
@@ -242,12 +409,22 @@ void RippleRenderer::ComputeSymmetricRow(int32_t j, FieldBranch branch) {
       disp[i] = kernel.Circular(d);
     }
   } else {
-    for (int32_t i = reach.begin; i < reach.end; ++i, x += 1.0f) {
-      const float d = static_cast<float>(sqrt(static_cast<double>(x) * x + yy));
-      const float a = static_cast<float>(FastAtan2(y, x) * kDegreesPerRadian);
-      polar[i] = {d, a};
-      disp[i] = kernel.Stretched(d, a, false);
+    int32_t i = reach.begin;
+#ifdef TARVO_TABLE_READS_SSE2
+    if (g_fieldTablesFitSingle) {
+      for (; i + 4 <= reach.end; i += 4, x += 4.0f) {
+        __m128 d, a;
+        const __m128 xs = _mm_add_ps(_mm_set1_ps(x), _mm_setr_ps(0.0f, 1.0f, 2.0f, 3.0f));
+        if (PolarFour(y, yy, xs, &d, &a) && StretchedFour(kernel, d, a, false, disp + i)) {
+          StorePolar(polar + i, d, a);
+          continue;
+        }
+        float xk = x;
+        for (int32_t k = i; k < i + 4; ++k, xk += 1.0f) StretchedOne(kernel, y, yy, xk, false, polar[k], disp[k]);
+      }
     }
+#endif
+    for (; i < reach.end; ++i, x += 1.0f) StretchedOne(kernel, y, yy, x, false, polar[i], disp[i]);
   }
 }
 
@@ -261,13 +438,25 @@ void RippleRenderer::ComputeRotatedRow(int32_t j) {
   const FieldKernel kernel = MakeKernel(*this);
   Polar* polar = quadrant->polar + quadrant->Index(j, 0);
   Displacement* disp = quadrant->displacement + quadrant->Index(j, 0);
-  for (int32_t c = reach.begin; c < reach.end; ++c) {
-    const float x = static_cast<float>(c - 0.5 - width);
-    const float d = static_cast<float>(sqrt(static_cast<double>(x) * x + yy));
-    const float a = static_cast<float>(FastAtan2(y, x) * kDegreesPerRadian);
-    polar[c] = {d, a};
-    disp[c] = kernel.Stretched(d, a, true);
+  int32_t c = reach.begin;
+#ifdef TARVO_TABLE_READS_SSE2
+  if (g_fieldTablesFitSingle) {
+    for (; c + 4 <= reach.end; c += 4) {
+      // c − 0.5 − width for four columns; exact in single precision.
+      const __m128 xs = _mm_setr_ps(static_cast<float>(c - 0.5 - width), static_cast<float>(c + 0.5 - width),
+                                    static_cast<float>(c + 1.5 - width), static_cast<float>(c + 2.5 - width));
+      __m128 d, a;
+      if (PolarFour(y, yy, xs, &d, &a) && StretchedFour(kernel, d, a, true, disp + c)) {
+        StorePolar(polar + c, d, a);
+        continue;
+      }
+      for (int32_t k = c; k < c + 4; ++k) {
+        StretchedOne(kernel, y, yy, static_cast<float>(k - 0.5 - width), true, polar[k], disp[k]);
+      }
+    }
   }
+#endif
+  for (; c < reach.end; ++c) StretchedOne(kernel, y, yy, static_cast<float>(c - 0.5 - width), true, polar[c], disp[c]);
 }
 
 }  // namespace tarvo
