@@ -58,7 +58,7 @@ constexpr int32_t kMaxSide = 300;
 // pixels rendered per input are capped so that no input nears the per-input
 // timeout under the sanitizers (a 300 × 300 frame alone can take 12 s
 // there). A render past the cap is skipped.
-constexpr int64_t kPixelBudget = 40000;
+constexpr int64_t kPixelBudget = 32768;
 constexpr uint8_t kGuard = 0xA5;
 
 Module* g_module = nullptr;
