@@ -222,7 +222,6 @@ PF_Pixel AreaSampleQuad(const PixelImage& image, float p1v, float p1h, float p2v
                    area);
 }
 
-
 // --- A row of pixels at a time ------------------------------------------------
 
 #ifdef TARVO_AREA_SPAN_SSE2
