@@ -237,7 +237,7 @@ std::string CheckEffectProperties(const PropertyInfo& info) {
     if (!has(k)) return std::string("property list has no \"") + k + "\" property";
   if (info.kind != "eFKT") return "module is not an effect (kind \"" + info.kind + "\")";
   if (info.entryPoint != "main") return "property list names entry point \"" + info.entryPoint + "\", not \"main\"";
-  if (info.eSVRMajor != 11) return "module speaks effect specification " + std::to_string(info.eSVRMajor) + "." +
+  if (info.eSVRMajor != 11) return "module speaks effect interface version " + std::to_string(info.eSVRMajor) + "." +
                                    std::to_string(info.eSVRMinor) + ", not 11.x";
   return "";
 }

@@ -69,7 +69,7 @@ struct PropertyInfo {
 // malformed bytes. Unknown keys are listed in keys and otherwise skipped.
 PropertyInfo ParsePropertyList(const std::vector<uint8_t>& bytes);
 // "" when info describes an effect this host can drive (kind eFKT, entry
-// point "main", specification 11.x); otherwise what is wrong.
+// point "main", interface version 11.x); otherwise what is wrong.
 std::string CheckEffectProperties(const PropertyInfo& info);
 
 // An 8-bit ARGB image in host memory; rowbytes may exceed width × 4.

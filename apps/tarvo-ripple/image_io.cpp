@@ -123,21 +123,21 @@ bool ReadImage(const std::string& path, host::Image* out, std::string* error) {
     *error = "cannot read " + path + ": " + OneLine(OIIO::geterror());
     return false;
   }
-  const OIIO::ImageSpec& spec = in->spec();
-  if (spec.depth > 1) {
+  const OIIO::ImageSpec& format = in->spec();
+  if (format.depth > 1) {
     *error = "cannot read " + path + ": volume images are not supported";
     return false;
   }
-  if (const std::string bad = CheckImageSize(spec.width, spec.height); !bad.empty()) {
+  if (const std::string bad = CheckImageSize(format.width, format.height); !bad.empty()) {
     *error = path + " " + bad;
     return false;
   }
-  const int nch = spec.nchannels;
+  const int nch = format.nchannels;
   if (nch < 1) {
     *error = "cannot read " + path + ": it has no channels";
     return false;
   }
-  const size_t w = static_cast<size_t>(spec.width), h = static_cast<size_t>(spec.height);
+  const size_t w = static_cast<size_t>(format.width), h = static_cast<size_t>(format.height);
   // Every channel is read at 8 bits: more than the largest frame's four
   // channels hold is refused before it is allocated.
   if (w * h * static_cast<size_t>(nch) > static_cast<size_t>(kMaxImageWidth) * kMaxImageHeight * 4) {
@@ -153,10 +153,10 @@ bool ReadImage(const std::string& path, host::Image* out, std::string* error) {
   in->close();
 
   // Channels: gray (1), gray + alpha (2), colour (3), colour + alpha (4 or more).
-  int alpha = spec.alpha_channel;
+  int alpha = format.alpha_channel;
   if (alpha < 0 && (nch == 2 || nch >= 4)) alpha = nch == 2 ? 1 : 3;
   const bool gray = nch <= 2;
-  host::Image img(spec.width, spec.height);
+  host::Image img(format.width, format.height);
   for (size_t y = 0; y < h; ++y) {
     const uint8_t* s = pixels.data() + y * w * static_cast<size_t>(nch);
     PF_Pixel* d = img.Row(static_cast<int32_t>(y));
@@ -191,10 +191,10 @@ bool WriteImage(const std::string& path, const host::Image& image, std::string* 
   }
   const bool alpha = out->supports("alpha");
   const int nch = alpha ? 4 : 3;
-  OIIO::ImageSpec spec(image.width, image.height, nch, OIIO::TypeDesc::UINT8);
+  OIIO::ImageSpec format(image.width, image.height, nch, OIIO::TypeDesc::UINT8);
   if (alpha) {
-    spec.alpha_channel = 3;
-    spec.attribute("oiio:UnassociatedAlpha", 1);
+    format.alpha_channel = 3;
+    format.attribute("oiio:UnassociatedAlpha", 1);
   }
   const size_t w = static_cast<size_t>(image.width), h = static_cast<size_t>(image.height);
   std::vector<uint8_t> pixels(w * h * static_cast<size_t>(nch));
@@ -236,7 +236,7 @@ bool WriteImage(const std::string& path, const host::Image& image, std::string* 
     return false;
   };
   QuietStderr quiet;
-  if (!out->open(tempName, spec)) return discard(OneLine(out->geterror()));
+  if (!out->open(tempName, format)) return discard(OneLine(out->geterror()));
   if (!out->write_image(OIIO::TypeDesc::UINT8, pixels.data())) return discard(OneLine(out->geterror()));
   if (!out->close()) return discard(OneLine(out->geterror()));
   out.reset();

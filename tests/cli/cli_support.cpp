@@ -71,12 +71,12 @@ Rgba MakePicture(int width, int height, int channels) {
 bool WritePicture(const std::string& path, const Rgba& picture) {
   auto out = OIIO::ImageOutput::create(path);
   if (!out) return false;
-  OIIO::ImageSpec spec(picture.width, picture.height, picture.channels, OIIO::TypeDesc::UINT8);
+  OIIO::ImageSpec layout(picture.width, picture.height, picture.channels, OIIO::TypeDesc::UINT8);
   if (picture.channels == 2 || picture.channels == 4) {
-    spec.alpha_channel = picture.channels - 1;
-    spec.attribute("oiio:UnassociatedAlpha", 1);
+    layout.alpha_channel = picture.channels - 1;
+    layout.attribute("oiio:UnassociatedAlpha", 1);
   }
-  return out->open(path, spec) && out->write_image(OIIO::TypeDesc::UINT8, picture.pixels.data()) && out->close();
+  return out->open(path, layout) && out->write_image(OIIO::TypeDesc::UINT8, picture.pixels.data()) && out->close();
 }
 
 bool ReadPicture(const std::string& path, Rgba* picture) {
@@ -84,12 +84,12 @@ bool ReadPicture(const std::string& path, Rgba* picture) {
   config.attribute("oiio:UnassociatedAlpha", 1);
   auto in = OIIO::ImageInput::open(path, &config);
   if (!in) return false;
-  const OIIO::ImageSpec& spec = in->spec();
-  picture->width = spec.width;
-  picture->height = spec.height;
-  picture->channels = spec.nchannels;
-  picture->pixels.resize(static_cast<size_t>(spec.width) * spec.height * spec.nchannels);
-  return in->read_image(0, 0, 0, spec.nchannels, OIIO::TypeDesc::UINT8, picture->pixels.data());
+  const OIIO::ImageSpec& layout = in->spec();
+  picture->width = layout.width;
+  picture->height = layout.height;
+  picture->channels = layout.nchannels;
+  picture->pixels.resize(static_cast<size_t>(layout.width) * layout.height * layout.nchannels);
+  return in->read_image(0, 0, 0, layout.nchannels, OIIO::TypeDesc::UINT8, picture->pixels.data());
 }
 
 host::Image ToArgb(const Rgba& p) {

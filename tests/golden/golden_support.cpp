@@ -223,12 +223,12 @@ bool WritePng(const std::string& path, const host::Image& image, std::string* er
     *error = OIIO::geterror();
     return false;
   }
-  OIIO::ImageSpec spec(image.width, image.height, withAlpha ? 4 : 3, OIIO::TypeDesc::UINT8);
+  OIIO::ImageSpec layout(image.width, image.height, withAlpha ? 4 : 3, OIIO::TypeDesc::UINT8);
   std::vector<uint8_t> bytes = RgbaBytes(image);
   if (withAlpha) {
-    spec.attribute("oiio:UnassociatedAlpha", 1);
+    layout.attribute("oiio:UnassociatedAlpha", 1);
   } else {
-    spec.attribute("png:compressionLevel", 9);
+    layout.attribute("png:compressionLevel", 9);
     size_t n = 0;
     for (size_t i = 0; i < bytes.size(); ++i)
       if (i % 4 != 3) bytes[n++] = bytes[i];
@@ -237,7 +237,7 @@ bool WritePng(const std::string& path, const host::Image& image, std::string* er
   // Written beside the target and renamed into place: a failed write never
   // leaves a partial file under the real name.
   const std::string temp = path + ".partial.png";
-  if (!out->open(temp, spec) || !out->write_image(OIIO::TypeDesc::UINT8, bytes.data()) || !out->close()) {
+  if (!out->open(temp, layout) || !out->write_image(OIIO::TypeDesc::UINT8, bytes.data()) || !out->close()) {
     *error = path + ": " + out->geterror();
     std::remove(temp.c_str());
     return false;
@@ -258,20 +258,20 @@ bool ReadPng(const std::string& path, host::Image* image, std::string* error) {
     *error = OIIO::geterror();
     return false;
   }
-  const OIIO::ImageSpec& spec = in->spec();
-  if (spec.nchannels != 4 || spec.format != OIIO::TypeDesc::UINT8) {
+  const OIIO::ImageSpec& layout = in->spec();
+  if (layout.nchannels != 4 || layout.format != OIIO::TypeDesc::UINT8) {
     *error = path + ": not an 8-bit RGBA image";
     return false;
   }
-  std::vector<uint8_t> bytes(static_cast<size_t>(spec.width) * spec.height * 4);
+  std::vector<uint8_t> bytes(static_cast<size_t>(layout.width) * layout.height * 4);
   if (!in->read_image(0, 0, 0, 4, OIIO::TypeDesc::UINT8, bytes.data())) {
     *error = path + ": " + in->geterror();
     return false;
   }
-  *image = host::Image(spec.width, spec.height);
+  *image = host::Image(layout.width, layout.height);
   const uint8_t* b = bytes.data();
-  for (int32_t y = 0; y < spec.height; ++y)
-    for (int32_t x = 0; x < spec.width; ++x, b += 4) image->At(y, x) = PF_Pixel{b[3], b[0], b[1], b[2]};
+  for (int32_t y = 0; y < layout.height; ++y)
+    for (int32_t x = 0; x < layout.width; ++x, b += 4) image->At(y, x) = PF_Pixel{b[3], b[0], b[1], b[2]};
   return true;
 }
 

@@ -165,7 +165,7 @@ TEST(PropertyList, UnknownKeysAreSkippedAndChecksNameWhatIsWrong) {
   EXPECT_EQ(CheckEffectProperties(info), "property list names entry point \"EntryPointFunc\", not \"main\"");
   info = ParsePropertyList(EffectList());
   info.eSVRMajor = 13;
-  EXPECT_EQ(CheckEffectProperties(info), "module speaks effect specification 13.0, not 11.x");
+  EXPECT_EQ(CheckEffectProperties(info), "module speaks effect interface version 13.0, not 11.x");
 }
 
 }  // namespace
