@@ -2,6 +2,8 @@
 // callback can ask for a stop at its Nth call, and small images.
 #pragma once
 
+#include "host_call.h"
+
 #include <gtest/gtest.h>
 #include <string.h>
 
@@ -16,36 +18,7 @@
 
 namespace tarvo::outtest {
 
-// The current call's records; progress answers PF_Interrupt_CANCEL from its
-// stopAt-th call on (0: never).
-struct HostCall {
-  PF_InData in{};
-  PF_OutData out{};
-  int progressCalls = 0;
-  int stopAt = 0;
-
-  HostCall() {
-    current = this;
-    in.inter.progress = &Progress;
-    in.downsample_x = {1, 1};
-    in.downsample_y = {1, 1};
-    StoreHostCall(PF_Cmd_RENDER, &in, &out, nullptr, nullptr, nullptr);
-  }
-  ~HostCall() {
-    StoreHostCall(PF_Cmd_RENDER, nullptr, nullptr, nullptr, nullptr, nullptr);
-    current = nullptr;
-  }
-  HostCall(const HostCall&) = delete;
-  HostCall& operator=(const HostCall&) = delete;
-
-  static PF_Err Progress(PF_ProgPtr, int32_t, int32_t) {
-    HostCall* c = current;
-    if (!c) return 0;
-    ++c->progressCalls;
-    return c->stopAt > 0 && c->progressCalls >= c->stopAt ? PF_Interrupt_CANCEL : 0;
-  }
-  static inline HostCall* current = nullptr;
-};
+using HostCall = tarvo::testing::HostCall;
 
 inline bool Same(const PF_Pixel& a, const PF_Pixel& b) { return memcmp(&a, &b, sizeof a) == 0; }
 

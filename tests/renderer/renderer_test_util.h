@@ -3,6 +3,8 @@
 // call whose progress callback can stop the render.
 #pragma once
 
+#include "host_call.h"
+
 #include <gtest/gtest.h>
 
 #include <map>
@@ -110,35 +112,6 @@ inline CountingSink Spread(const RippleRenderer& rr) {
   return sink;
 }
 
-// The current host call; progress asks for a stop from its stopAt-th call
-// on (0: never).
-struct HostCall {
-  PF_InData in{};
-  PF_OutData out{};
-  int progressCalls = 0;
-  int stopAt = 0;
-
-  HostCall() {
-    current = this;
-    in.inter.progress = &Progress;
-    in.downsample_x = {1, 1};
-    in.downsample_y = {1, 1};
-    StoreHostCall(PF_Cmd_RENDER, &in, &out, nullptr, nullptr, nullptr);
-  }
-  ~HostCall() {
-    StoreHostCall(PF_Cmd_RENDER, nullptr, nullptr, nullptr, nullptr, nullptr);
-    current = nullptr;
-  }
-  HostCall(const HostCall&) = delete;
-  HostCall& operator=(const HostCall&) = delete;
-
-  static PF_Err Progress(PF_ProgPtr, int32_t, int32_t) {
-    HostCall* c = current;
-    if (!c) return 0;
-    ++c->progressCalls;
-    return c->stopAt > 0 && c->progressCalls >= c->stopAt ? PF_Interrupt_CANCEL : 0;
-  }
-  static inline HostCall* current = nullptr;
-};
+using HostCall = tarvo::testing::HostCall;
 
 }  // namespace tarvo::rendertest
