@@ -123,7 +123,7 @@ bool ReadImage(const std::string& path, host::Image* out, std::string* error) {
     *error = "cannot read " + path + ": " + OneLine(OIIO::geterror());
     return false;
   }
-  const OIIO::ImageSpec& format = in->spec();
+  const OIIO::ImageSpec format = in->spec_dimensions(0);  // sizes, channels and alpha: all this needs
   if (format.depth > 1) {
     *error = "cannot read " + path + ": volume images are not supported";
     return false;
