@@ -1,23 +1,18 @@
 #include "golden_support.h"
 
-#include <OpenImageIO/imageio.h>
+#include <OpenImageIO/imagebuf.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cmath>
-#include <cstdio>
+#include <filesystem>
+#include <memory>
 
 namespace tarvo::golden {
 
 namespace {
 
 PF_Fixed ToFixed(double shown) { return static_cast<PF_Fixed>(std::trunc(shown * 65536.0)); }
-
-// Renders that show a family clearly on the 128 × 96 pattern: a ring every
-// 16 pixels, full strength out to 38 pixels, gone at 77 (the corners stay
-// untouched), waves of 5 pixels.
-const std::vector<Setting> kBase = {{kRadius, 30}, {kWaveHeight, 8}};
-// A ripple that covers the whole frame, for the pin modes and centres.
-const std::vector<Setting> kWhole = {{kRadius, 50}, {kWaveHeight, 10}, {kAngularHeight, 3}};
 
 // The largest r with r × r ≤ v.
 int32_t ISqrt(int32_t v) {
@@ -31,99 +26,89 @@ std::vector<Setting> With(std::vector<Setting> base, std::initializer_list<Setti
   return base;
 }
 
-std::string Two(int n) {
-  char s[8];
-  std::snprintf(s, sizeof s, "%02d", n);
-  return s;
-}
-
-std::string Stem(const std::string& label) {
-  std::string s;
-  for (char c : label) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-    if ((c >= 'a' && c <= 'z') || (c >= '0' && c <= '9'))
-      s += c;
-    else if (!s.empty() && s.back() != '-')
+// "07-half-sine" for menu entry 7, "Half Sine".
+std::string Entry(int n, const std::string& label) {
+  std::string s = (n < 10 ? "0" : "") + std::to_string(n) + "-";
+  for (char c : label)
+    if (std::isalnum(static_cast<unsigned char>(c)))
+      s += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    else if (s.back() != '-')
       s += '-';
-  }
-  while (!s.empty() && s.back() == '-') s.pop_back();
+  if (s.back() == '-') s.pop_back();
   return s;
 }
 
 std::vector<Case> MakeCases() {
   std::vector<Case> cases;
-  auto add = [&](const std::string& family, const std::string& stem, const std::string& label,
-                 std::vector<Setting> settings) -> Case& {
-    Case c;
-    c.family = family;
-    c.name = family + "-" + stem;
-    c.label = label;
-    c.settings = std::move(settings);
-    cases.push_back(std::move(c));
+  auto add = [&](const std::string& name, const std::string& label, std::vector<Setting> settings) -> Case& {
+    cases.push_back(Case{name, label, std::move(settings)});
     return cases.back();
   };
+  // Renders that show a family clearly on the 128 × 96 pattern: a ring every
+  // 16 pixels, full strength out to 38 pixels, gone at 77 (the corners stay
+  // untouched), waves of 5 pixels.
+  const std::vector<Setting> base = {{kRadius, 30}, {kWaveHeight, 8}};
+  // A ripple that covers the whole frame, for the pin modes and centres.
+  const std::vector<Setting> whole = {{kRadius, 50}, {kWaveHeight, 10}, {kAngularHeight, 3}};
 
-  add("default", "parameters", "Defaults", {});
+  add("default-parameters", "Defaults", {});
 
   const char* shapes[] = {"Sine", "Triangle", "Square", "Sawtooth", "Circle", "Semicircle", "Uncircle", "Half Sine"};
   for (int v = 1; v <= 24; ++v) {
-    std::string label = v <= 8 ? shapes[v - 1] : v <= 22 ? "Spectrum " + std::to_string(v - 8) : "";
-    if (v == 23) label = "Ramp 180 (no name)";
-    if (v == 24) label = "Ramp 90 (no name)";
-    add("waveform", Two(v) + "-" + Stem(label), label, With(kBase, {{kWaveForm, static_cast<double>(v)}}));
+    const std::string label = v <= 8 ? shapes[v - 1] : v <= 22 ? "Spectrum " + std::to_string(v - 8)
+                                                     : v == 23 ? "Ramp 180 (no name)" : "Ramp 90 (no name)";
+    add("waveform-" + Entry(v, label), label, With(base, {{kWaveForm, double(v)}}));
   }
 
   // Stretch 10 is a factor of 2, -10 of 0.5; the renderer's angle is the
   // shown one minus 90.
-  add("field", "circular", "Circular", kBase);
-  add("field", "stretch-0", "Stretch 2 at 0", With(kBase, {{kStretch, 10}, {kStretchAngle, 90}}));
-  add("field", "stretch-90", "Stretch 2 at 90", With(kBase, {{kStretch, 10}, {kStretchAngle, 180}}));
-  add("field", "squeeze-0", "Stretch 0.5 at 0", With(kBase, {{kStretch, -10}, {kStretchAngle, 90}}));
-  add("field", "rotated-30", "Stretch 2 at 30", With(kBase, {{kStretch, 10}, {kStretchAngle, 120}}));
-  add("field", "rotated-30-squeeze", "Stretch 0.5 at 30", With(kBase, {{kStretch, -10}, {kStretchAngle, 120}}));
+  add("field-circular", "Circular", base);
+  add("field-stretch-0", "Stretch 2 at 0", With(base, {{kStretch, 10}, {kStretchAngle, 90}}));
+  add("field-stretch-90", "Stretch 2 at 90", With(base, {{kStretch, 10}, {kStretchAngle, 180}}));
+  add("field-squeeze-0", "Stretch 0.5 at 0", With(base, {{kStretch, -10}, {kStretchAngle, 90}}));
+  add("field-rotated-30", "Stretch 2 at 30", With(base, {{kStretch, 10}, {kStretchAngle, 120}}));
+  add("field-rotated-30-squeeze", "Stretch 0.5 at 30", With(base, {{kStretch, -10}, {kStretchAngle, 120}}));
   // The angular wave turns one way unstretched and the other way stretched.
   const std::vector<Setting> angular = {{kRadius, 30}, {kWaveHeight, 0}, {kAngularHeight, 6}};
-  add("field", "angular-circular", "Angular, circular", angular);
-  add("field", "angular-stretched", "Angular, stretch 1.2", With(angular, {{kStretch, 2}, {kStretchAngle, 90}}));
+  add("field-angular-circular", "Angular, circular", angular);
+  add("field-angular-stretched", "Angular, stretch 1.2", With(angular, {{kStretch, 2}, {kStretchAngle, 90}}));
 
   const char* twirls[] = {"No Twirl", "Twirl", "Super Twirl", "Hyper Twirl"};
   for (int v = 1; v <= 4; ++v)
-    add("twirl", Two(v) + "-" + Stem(twirls[v - 1]), twirls[v - 1],
-        {{kRadius, 30}, {kWaveHeight, 0}, {kAngularHeight, 4}, {kTwirl, static_cast<double>(v)}});
+    add("twirl-" + Entry(v, twirls[v - 1]), twirls[v - 1],
+        {{kRadius, 30}, {kWaveHeight, 0}, {kAngularHeight, 4}, {kTwirl, double(v)}});
 
-  const char* pins[] = {"No Pin",     "Pin Edges",  "Pin Center", "Separator 4", "Pin Left",    "Pin Top",
-                        "Pin Right",  "Pin Bottom", "Separator 9", "Pin Horiz",  "Pin Vertical"};
-  for (int v = 1; v <= 11; ++v)
-    add("pin", Two(v) + "-" + Stem(pins[v - 1]), pins[v - 1], With(kWhole, {{kPinMode, static_cast<double>(v)}}));
+  const char* pins[] = {"No Pin",    "Pin Edges",  "Pin Center",  "Separator 4", "Pin Left",    "Pin Top",
+                        "Pin Right", "Pin Bottom", "Separator 9", "Pin Horiz",   "Pin Vertical"};
+  for (int v = 1; v <= 11; ++v) add("pin-" + Entry(v, pins[v - 1]), pins[v - 1], With(whole, {{kPinMode, double(v)}}));
 
   const std::vector<Setting> sampled = {{kRadius, 30}, {kWaveHeight, 12}, {kWaveForm, 3}};
-  add("sampling", "area", "Area (High, HQ)", With(sampled, {{kAntialias, 1}}));
-  add("sampling", "bilinear", "Bilinear (Med, HQ)", With(sampled, {{kAntialias, 2}}));
-  add("sampling", "nearest", "Nearest (Low, draft)", With(sampled, {{kAntialias, 3}})).lowQuality = true;
+  add("sampling-area", "Area (High, HQ)", With(sampled, {{kAntialias, 1}}));
+  add("sampling-bilinear", "Bilinear (Med, HQ)", With(sampled, {{kAntialias, 2}}));
+  add("sampling-nearest", "Nearest (Low, draft)", With(sampled, {{kAntialias, 3}})).lowQuality = true;
 
   // Chaos is a position along the fourteen spectra, × 0.1; Chaos Blend a
   // percentage of the chaos shape mixed into WaveForm. Whole positions
   // render exactly as the spectrum's own WaveForm (checked in tests/e2e), so
   // the pure cases sit between two spectra.
-  add("chaos", "blend-50-square", "Square + 50% chaos 2.5",
-      With(kBase, {{kWaveForm, 3}, {kChaos, 25}, {kChaosBlend, 50}}));
+  add("chaos-blend-50-square", "Square + 50% chaos 2.5", With(base, {{kWaveForm, 3}, {kChaos, 25}, {kChaosBlend, 50}}));
   for (int chaos : {25, 45, 95, 133})
-    add("chaos", "pure-" + std::to_string(chaos), "Chaos " + std::to_string(chaos),
-        With(kBase, {{kChaos, static_cast<double>(chaos)}, {kChaosBlend, 100}}));
+    add("chaos-pure-" + std::to_string(chaos), "Chaos " + std::to_string(chaos),
+        With(base, {{kChaos, double(chaos)}, {kChaosBlend, 100}}));
 
-  Case& leftAbove = add("centre", "left-above", "Centre left, above", kWhole);
+  Case& leftAbove = add("centre-left-above", "Centre left, above", whole);
   leftAbove.centre = true, leftAbove.centreX = -0.15, leftAbove.centreY = -0.2;
-  Case& rightBelow = add("centre", "right-below", "Centre right, below", kWhole);
+  Case& rightBelow = add("centre-right-below", "Centre right, below", whole);
   rightBelow.centre = true, rightBelow.centreX = 1.15, rightBelow.centreY = 1.2;
 
-  add("intensity", "low", "Intensity Low", With(kBase, {{kIntensity, 1}}));
-  add("intensity", "super", "Intensity Super", With(kBase, {{kIntensity, 3}}));
+  add("intensity-low", "Intensity Low", With(base, {{kIntensity, 1}}));
+  add("intensity-super", "Intensity Super", With(base, {{kIntensity, 3}}));
 
   // Frame n at 30 frames a second moves the phase by -n × Frequency × 12°:
   // -120° for Frequency 10 at frame 1, +300° for -25.
-  add("time", "frequency-10-frame-1", "Frequency 10, frame 1", kBase).time = 1;
-  add("time", "frequency-minus-25-frame-1", "Frequency -25, frame 1", With(kBase, {{kFrequency, -25}})).time = 1;
-  add("time", "phase-90", "Phase 90", With(kBase, {{kPhase, 90}}));
+  add("time-frequency-10-frame-1", "Frequency 10, frame 1", base).time = 1;
+  add("time-frequency-minus-25-frame-1", "Frequency -25, frame 1", With(base, {{kFrequency, -25}})).time = 1;
+  add("time-phase-90", "Phase 90", With(base, {{kPhase, 90}}));
   return cases;
 }
 
@@ -170,20 +155,21 @@ host::Image TestPattern(int32_t width, int32_t height) {
   return img;
 }
 
-std::unique_ptr<Renderer> Renderer::Create(std::string* error) {
-  std::unique_ptr<Renderer> r(new Renderer);
-  r->module_ = host::Module::LoadBuilt(error);
-  if (!r->module_) return nullptr;
-  r->host_ = std::make_unique<host::Host>(r->module_->Entry());
-  if (r->host_->GlobalSetup() != PF_Err_NONE || r->host_->ParamsSetup() != PF_Err_NONE) {
-    *error = "the module's global or parameter set-up failed";
+bool Render(const Case& c, const host::Image& input, host::Image* out, std::string* error) {
+  static std::string setupError;
+  static const std::unique_ptr<host::Module> module = host::Module::LoadBuilt(&setupError);
+  static const std::unique_ptr<host::Host> shared = []() -> std::unique_ptr<host::Host> {
+    if (!module) return nullptr;
+    auto h = std::make_unique<host::Host>(module->Entry());
+    if (h->GlobalSetup() == PF_Err_NONE && h->ParamsSetup() == PF_Err_NONE) return h;
+    setupError = "the module's global or parameter set-up failed";
     return nullptr;
+  }();
+  if (!shared) {
+    *error = setupError;
+    return false;
   }
-  return r;
-}
-
-bool Renderer::Render(const Case& c, const host::Image& input, host::Image* out, std::string* error) {
-  host::Host& h = *host_;
+  host::Host& h = *shared;
   h.SetParamsToDefaults();
   h.SetQuality(c.lowQuality ? PF_Quality_LO : PF_Quality_HI);
   h.SetTime(c.time, 1, 30);
@@ -199,80 +185,48 @@ bool Renderer::Render(const Case& c, const host::Image& input, host::Image* out,
   if (c.centre) h.SetPointPixels(kCenter, ToFixed(c.centreX * input.width), ToFixed(c.centreY * input.height));
   *out = host::Image(input.width, input.height);
   const PF_Err err = h.Render(input, *out);
-  if (err != PF_Err_NONE || !h.ErrorMessage().empty()) {
-    *error = "render failed: error " + std::to_string(err) + " " + h.ErrorMessage();
-    return false;
-  }
-  return true;
+  if (err == PF_Err_NONE && h.ErrorMessage().empty()) return true;
+  *error = "render failed: error " + std::to_string(err) + " " + h.ErrorMessage();
+  return false;
 }
 
-std::vector<uint8_t> RgbaBytes(const host::Image& image) {
-  std::vector<uint8_t> bytes;
-  bytes.reserve(static_cast<size_t>(image.width) * image.height * 4);
+RgbaImage ToRgba(const host::Image& image) {
+  RgbaImage rgba{image.width, image.height, {}};
   for (int32_t y = 0; y < image.height; ++y)
     for (int32_t x = 0; x < image.width; ++x) {
       const PF_Pixel& p = image.At(y, x);
-      bytes.insert(bytes.end(), {p.red, p.green, p.blue, p.alpha});
+      rgba.bytes.insert(rgba.bytes.end(), {p.red, p.green, p.blue, p.alpha});
     }
-  return bytes;
+  return rgba;
 }
 
-bool WritePng(const std::string& path, const host::Image& image, std::string* error, bool withAlpha) {
-  auto out = OIIO::ImageOutput::create(path);
-  if (!out) {
-    *error = OIIO::geterror();
-    return false;
-  }
-  OIIO::ImageSpec layout(image.width, image.height, withAlpha ? 4 : 3, OIIO::TypeDesc::UINT8);
-  std::vector<uint8_t> bytes = RgbaBytes(image);
-  if (withAlpha) {
-    layout.attribute("oiio:UnassociatedAlpha", 1);
-  } else {
-    layout.attribute("png:compressionLevel", 9);
-    size_t n = 0;
-    for (size_t i = 0; i < bytes.size(); ++i)
-      if (i % 4 != 3) bytes[n++] = bytes[i];
-    bytes.resize(n);
-  }
-  // Written beside the target and renamed into place: a failed write never
-  // leaves a partial file under the real name.
-  const std::string temp = path + ".partial.png";
-  if (!out->open(temp, layout) || !out->write_image(OIIO::TypeDesc::UINT8, bytes.data()) || !out->close()) {
-    *error = path + ": " + out->geterror();
-    std::remove(temp.c_str());
-    return false;
-  }
-  if (std::rename(temp.c_str(), path.c_str()) != 0) {
-    *error = path + ": cannot rename the written file into place";
-    std::remove(temp.c_str());
-    return false;
-  }
-  return true;
-}
-
-bool ReadPng(const std::string& path, host::Image* image, std::string* error) {
+bool ReadPng(const std::string& path, RgbaImage* image, std::string* error) {
   OIIO::ImageSpec config;
   config.attribute("oiio:UnassociatedAlpha", 1);
-  auto in = OIIO::ImageInput::open(path, &config);
-  if (!in) {
-    *error = OIIO::geterror();
+  OIIO::ImageBuf buf(path, 0, 0, nullptr, &config);
+  if (!buf.read(0, 0, true)) {
+    *error = path + ": " + buf.geterror();
     return false;
   }
-  const OIIO::ImageSpec& layout = in->spec();
+  const OIIO::ImageSpec& layout = buf.spec();
   if (layout.nchannels != 4 || layout.format != OIIO::TypeDesc::UINT8) {
     *error = path + ": not an 8-bit RGBA image";
     return false;
   }
-  std::vector<uint8_t> bytes(static_cast<size_t>(layout.width) * layout.height * 4);
-  if (!in->read_image(0, 0, 0, 4, OIIO::TypeDesc::UINT8, bytes.data())) {
-    *error = path + ": " + in->geterror();
-    return false;
-  }
-  *image = host::Image(layout.width, layout.height);
-  const uint8_t* b = bytes.data();
-  for (int32_t y = 0; y < layout.height; ++y)
-    for (int32_t x = 0; x < layout.width; ++x, b += 4) image->At(y, x) = PF_Pixel{b[3], b[0], b[1], b[2]};
-  return true;
+  *image = RgbaImage{layout.width, layout.height, std::vector<uint8_t>(layout.image_bytes())};
+  return buf.get_pixels(buf.roi(), OIIO::TypeDesc::UINT8, image->bytes.data());
+}
+
+bool WritePng(const std::string& path, const RgbaImage& image, std::string* error) {
+  OIIO::ImageSpec layout(image.width, image.height, 4, OIIO::TypeDesc::UINT8);
+  layout.attribute("oiio:UnassociatedAlpha", 1);
+  const OIIO::ImageBuf buf(layout, const_cast<uint8_t*>(image.bytes.data()));
+  const std::string temp = path + ".partial";
+  std::error_code ec;
+  if (buf.write(temp, OIIO::TypeUnknown, "png") && (std::filesystem::rename(temp, path, ec), !ec)) return true;
+  *error = path + ": " + (ec ? ec.message() : buf.geterror());
+  std::filesystem::remove(temp, ec);
+  return false;
 }
 
 }  // namespace tarvo::golden
