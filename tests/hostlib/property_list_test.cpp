@@ -1,7 +1,9 @@
-// Property-list decoding: a list assembled byte by byte, and every way the
-// bytes can be short or wrong.
+// Property lists: the module's own byte for byte against a list assembled
+// here key by key, its decoding, and every way the bytes can be short or
+// wrong.
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -79,29 +81,38 @@ std::vector<uint8_t> EffectList() {
   return b.bytes;
 }
 
-TEST(PropertyList, DecodesEveryPropertyOfTheEffectList) {
+// The module carries exactly this list; it decodes to what global set-up
+// reports.
+TEST(PropertyList, TheModuleCarriesTheEffectListAndItDecodes) {
+  std::string error;
+  const std::unique_ptr<Module> module = Module::LoadBuilt(&error);
+  ASSERT_NE(module, nullptr) << error;
   const std::vector<uint8_t> bytes = EffectList();
   ASSERT_EQ(bytes.size(), 282u);
   EXPECT_EQ((std::vector<uint8_t>(bytes.begin(), bytes.begin() + 14)),
             (std::vector<uint8_t>{1, 0, 0, 0, 0, 0, 12, 0, 0, 0, 'M', 'I', 'B', '8'}));
+  EXPECT_EQ(module->PropertyList(), bytes);
 
-  const PropertyInfo info = ParsePropertyList(bytes);
+  const PropertyInfo info = ParsePropertyList(module->PropertyList());
   ASSERT_TRUE(info.ok) << info.error;
   EXPECT_EQ(info.kind, "eFKT");
   EXPECT_EQ(info.name, "Tarvo FX Ripple");
   EXPECT_EQ(info.category, "Distort");
   EXPECT_EQ(info.entryPoint, "main");
   EXPECT_EQ(info.matchName, "Tarvo FX Ripple");
-  EXPECT_EQ(info.ePVRMajor, 2);
-  EXPECT_EQ(info.ePVRMinor, 0);
-  EXPECT_EQ(info.eSVRMajor, 11);
-  EXPECT_EQ(info.eSVRMinor, 0);
+  EXPECT_EQ((std::vector<int>{info.ePVRMajor, info.ePVRMinor, info.eSVRMajor, info.eSVRMinor}),
+            (std::vector<int>{2, 0, 11, 0}));
   EXPECT_EQ(info.version, 0x00180600u);
   EXPECT_EQ(info.globalFlags, 5);
   EXPECT_EQ(info.infoFlags, 0);
   EXPECT_EQ(info.keys, (std::vector<std::string>{"kind", "name", "catg", "wx86", "ePVR", "eSVR", "eVER", "eINF",
                                                   "eGLO", "eMNA", "aeFL", "aeRD"}));
   EXPECT_EQ(CheckEffectProperties(info), "");
+
+  Host host(module->Entry());
+  ASSERT_EQ(host.GlobalSetup(), PF_Err_NONE);
+  EXPECT_EQ(host.OutData().my_version, info.version);
+  EXPECT_EQ(host.OutData().out_flags, info.globalFlags);
 }
 
 TEST(PropertyList, EveryTruncationFailsCleanly) {

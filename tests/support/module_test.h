@@ -1,0 +1,121 @@
+// Drives the built module through its exported entry point with the host
+// library, and checks after every call that the plug-in gave back every heap
+// block it took. With the images the module tests render: patterns, guard
+// bytes in row padding and after the last row, and what to compare.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <string.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "host.h"
+
+namespace tarvo::host {
+
+// Parameter indices as the module declares them.
+constexpr int kRadius = 1, kCenter = 2, kWaveHeight = 3, kAngularHeight = 4, kWaveWidth = 5, kWaveForm = 6,
+              kFrequency = 7, kIntensity = 8, kStretch = 9, kStretchAngle = 10, kTwirl = 11, kPinMode = 12,
+              kAntialias = 13, kChaosBlend = 14, kChaos = 15, kPhase = 16;
+constexpr PF_Fixed kOne = 65536;
+constexpr uint8_t kGuard = 0xEE;
+constexpr size_t kTail = 64;  // guard bytes after the last row
+
+// An image whose every byte is kGuard, its buffer running kTail bytes past
+// its last row.
+inline Image Guarded(int w, int h, int rowbytes = 0) {
+  Image img(w, h, rowbytes);
+  img.data.resize(img.data.size() + kTail);
+  memset(img.data.data(), kGuard, img.data.size());
+  return img;
+}
+// A guarded image with a pattern of distinct pixels.
+inline Image Pattern(int w, int h, int rowbytes = 0) {
+  Image img = Guarded(w, h, rowbytes);
+  for (int y = 0; y < h; ++y)
+    for (int x = 0; x < w; ++x)
+      img.At(y, x) = PF_Pixel{static_cast<uint8_t>(200 + (x & 31)), static_cast<uint8_t>(x * 7),
+                              static_cast<uint8_t>(y * 5), static_cast<uint8_t>((x ^ y) * 3)};
+  return img;
+}
+inline bool GuardsIntact(const Image& img) {
+  for (int y = 0; y < img.height; ++y) {
+    const uint8_t* row = reinterpret_cast<const uint8_t*>(img.Row(y));
+    for (int i = img.width * 4; i < img.rowbytes; ++i)
+      if (row[i] != kGuard) return false;
+  }
+  for (size_t i = static_cast<size_t>(img.rowbytes) * static_cast<size_t>(img.height); i < img.data.size(); ++i)
+    if (img.data[i] != kGuard) return false;
+  return true;
+}
+// The pixels only, without padding or guards.
+inline std::vector<uint8_t> Pixels(const Image& img) {
+  std::vector<uint8_t> v;
+  for (int y = 0; y < img.height; ++y) {
+    const uint8_t* row = reinterpret_cast<const uint8_t*>(img.Row(y));
+    v.insert(v.end(), row, row + img.width * 4);
+  }
+  return v;
+}
+inline bool AllTransparentBlack(const Image& img) {
+  for (uint8_t b : Pixels(img))
+    if (b) return false;
+  return true;
+}
+
+class PluginTest : public ::testing::Test {
+ protected:
+  static void SetUpTestSuite() {
+    std::string error;
+    module_ = Module::LoadBuilt(&error).release();
+    if (!module_) loadError_ = error;
+  }
+  static void TearDownTestSuite() {
+    delete module_;
+    module_ = nullptr;
+  }
+  void SetUp() override {
+    ASSERT_NE(module_, nullptr) << loadError_;
+    stats = module_->AllocStats();
+    ASSERT_NE(stats, nullptr) << "module built without its test interface";
+    stats->failAt = 0;
+    host = std::make_unique<Host>(module_->Entry());
+  }
+  void TearDown() override {
+    if (stats) stats->failAt = 0;
+  }
+
+  // One host call; main always answers 0 and keeps no block past the call.
+  void Run(PF_Cmd cmd, bool keepOutData = false) {
+    EXPECT_EQ(host->Call(cmd, keepOutData), PF_Err_NONE) << "command " << cmd;
+    ExpectNothingLive(cmd);
+  }
+  void ExpectNothingLive(PF_Cmd cmd) {
+    EXPECT_EQ(stats->liveBlocks, 0) << "blocks left after command " << cmd;
+    EXPECT_EQ(stats->liveBytes, 0) << "bytes left after command " << cmd;
+  }
+  PF_Err ParamsSetup() {
+    const PF_Err err = host->ParamsSetup();
+    ExpectNothingLive(PF_Cmd_PARAMS_SETUP);
+    return err;
+  }
+  // Renders in into out, which must keep its guard bytes.
+  PF_Err Render(const Image& in, Image& out) {
+    const PF_Err err = host->Render(in, out);
+    ExpectNothingLive(PF_Cmd_RENDER);
+    EXPECT_TRUE(GuardsIntact(out)) << out.width << "x" << out.height << " rowbytes " << out.rowbytes;
+    return err;
+  }
+  const Module& module() const { return *module_; }
+
+  ModuleAllocStats* stats = nullptr;
+  std::unique_ptr<Host> host;
+
+ private:
+  static inline Module* module_ = nullptr;
+  static inline std::string loadError_;
+};
+
+}  // namespace tarvo::host
