@@ -1,18 +1,17 @@
 // The call context: recording a call, downsampled sizes, the error word, the
 // stop check and the messages that reach return_msg.
 #include <gtest/gtest.h>
-
 #include <string.h>
 
 #include <string>
 
-#include "call_context.h"
-#include "fake_host.h"
+#include "in_host_call.h"
 
 namespace tarvo {
 namespace {
 
-using testing::FakeHost;
+using testing::HostCallArgs;
+using testing::ScriptedHost;
 
 int32_t ScaledWidth(int32_t width, int32_t num, uint32_t den) {
   PF_InData in{};
@@ -43,132 +42,101 @@ TEST(CallContext, RecordsTheSixArgumentsAndTheDownsampledSize) {
   EXPECT_EQ(c.g_extra, &extra);
   EXPECT_EQ(c.g_scaledWidth, 360);
   EXPECT_EQ(c.g_scaledHeight, 243);
-}
 
-TEST(CallContext, DownsampledSizeIsWidthTimesTheQuotientTruncated) {
   EXPECT_EQ(ScaledWidth(720, 1, 3), 240);
   EXPECT_EQ(ScaledWidth(100, 2, 3), 66);
-  // The quotient is formed first: 49 × (1 ÷ 49) is just below 1 in double.
-  EXPECT_EQ(ScaledWidth(49, 1, 49), 0);
-  // The denominator is unsigned: 0xFFFFFFFF is huge, not −1.
-  EXPECT_EQ(ScaledWidth(720, 1, 0xFFFFFFFFu), 0);
-}
-
-TEST(CallContext, ZeroDenominatorDoesNotTrap) {
+  EXPECT_EQ(ScaledWidth(49, 1, 49), 0) << "the quotient first: 49 × (1 ÷ 49) is just below 1";
+  EXPECT_EQ(ScaledWidth(720, 1, 0xFFFFFFFFu), 0) << "the denominator is unsigned";
+  // A zero denominator, or no in data at all, must not trap.
   ScaledWidth(720, 1, 0);
   ScaledWidth(720, 0, 0);
   ScaledWidth(-720, 1, 0);
-  StoreHostCall(PF_Cmd_ABOUT, nullptr, nullptr, nullptr, nullptr, nullptr);  // no in data at all
+  StoreHostCall(PF_Cmd_ABOUT, nullptr, nullptr, nullptr, nullptr, nullptr);
   EXPECT_EQ(g_callContext.g_scaledWidth, 0);
   EXPECT_EQ(CallError(), 0);
 }
 
-TEST(CallContext, FirstErrorWinsAndEachCallStartsClean) {
-  FakeHost host;
-  host.Store();
-  EXPECT_EQ(CallError(), 0);
-  SetCallError(517);
-  SetCallError(3);
-  EXPECT_EQ(CallError(), 517);
-  host.Store();
-  EXPECT_EQ(CallError(), 0);
-  SetCallError(3);
-  EXPECT_EQ(CallError(), 3);
+// The first error of a call wins and each call starts clean. A stop is the
+// low 16 bits of progress's answer, as a signed number; it writes no
+// message.
+TEST(CallContext, ErrorWordAndStopCheck) {
+  ScriptedHost host;
+  host.During([](const HostCallArgs&) {
+    SetCallError(517);
+    SetCallError(3);
+    EXPECT_EQ(CallError(), 517);
+    return PF_Err_NONE;
+  });
+  const struct {
+    PF_Err answer;
+    bool stop;
+  } answers[] = {{0, false}, {0x10000, false}, {PF_Interrupt_CANCEL, true}, {0x18205, true}};
+  for (const auto& a : answers) {
+    host.faults().stopAtProgress = host.counts().progress + 1;
+    host.faults().progressError = a.answer;
+    host.During([&](const HostCallArgs& c) {
+      EXPECT_EQ(CallError(), 0);
+      EXPECT_EQ(CheckAbort(), a.stop) << a.answer;
+      EXPECT_EQ(CallError(), a.stop ? static_cast<int16_t>(a.answer) : 0) << a.answer;
+      EXPECT_EQ(c.out->return_msg[0], 0);
+      return PF_Err_NONE;
+    });
+  }
+  host.InData().inter.progress = nullptr;  // no callback, or no in data: never a stop
+  host.During([](const HostCallArgs&) {
+    EXPECT_FALSE(CheckAbort());
+    StoreHostCall(PF_Cmd_RENDER, nullptr, nullptr, nullptr, nullptr, nullptr);
+    EXPECT_FALSE(CheckAbort());
+    return PF_Err_NONE;
+  });
 }
 
-TEST(CallContext, CheckAbortReadsTheLow16BitsOfProgress) {
-  FakeHost host;
-  host.Store();
-  EXPECT_FALSE(CheckAbort());
-  host.progressAnswer = 0x10000;  // low 16 bits zero: continue
-  EXPECT_FALSE(CheckAbort());
-  EXPECT_EQ(CallError(), 0);
-  host.progressAnswer = PF_Interrupt_CANCEL;
-  EXPECT_TRUE(CheckAbort());
-  EXPECT_EQ(CallError(), PF_Interrupt_CANCEL);
-  EXPECT_EQ(host.Count("progress"), 3);
-  EXPECT_EQ(host.out.return_msg[0], 0) << "a stop writes no message";
-
-  host.Store();
-  host.progressAnswer = 0x18205;  // low half 0x8205 is negative as int16
-  EXPECT_TRUE(CheckAbort());
-  EXPECT_EQ(CallError(), static_cast<int16_t>(0x8205));
-}
-
-TEST(CallContext, NullProgressMeansContinue) {
-  FakeHost host;
-  host.in.inter.progress = nullptr;
-  host.Store();
-  EXPECT_FALSE(CheckAbort());
-  StoreHostCall(PF_Cmd_RENDER, nullptr, nullptr, nullptr, nullptr, nullptr);
-  EXPECT_FALSE(CheckAbort());
-}
-
-TEST(CallContext, TimeAndQualityComeFromTheInData) {
-  FakeHost host;
-  host.in.current_time = 90;
-  host.in.time_step = 3;
-  host.in.time_scale = 30;
-  host.in.quality = PF_Quality_LO;
-  host.Store();
-  const HostTime t = CurrentHostTime();
-  EXPECT_EQ(t.current_time, 90);
-  EXPECT_EQ(t.time_step, 3);
-  EXPECT_EQ(t.time_scale, 30u);
-  EXPECT_EQ(CurrentHostQuality(), PF_Quality_LO);
-  StoreHostCall(PF_Cmd_RENDER, nullptr, nullptr, nullptr, nullptr, nullptr);
-  EXPECT_EQ(CurrentHostTime().time_step, 0);
-}
-
+// "Memory Allocation Failure!" is written once per call, also after another
+// error, which stays the call's error; a message with conversions is shown
+// verbatim.
 TEST(Messages, ReportOutOfMemoryWritesOncePerCall) {
-  FakeHost host;
-  host.Store();
-  ReportOutOfMemory();
-  EXPECT_STREQ(host.out.return_msg, "Memory Allocation Failure!");
-  EXPECT_EQ(host.out.out_flags, PF_OutFlag_DISPLAY_ERROR_MESSAGE);
-  EXPECT_EQ(CallError(), 3);
-  strcpy(host.out.return_msg, "marker");
-  ReportOutOfMemory();
-  EXPECT_STREQ(host.out.return_msg, "marker");
-  EXPECT_EQ(host.Count("sprintf"), 1);
-
-  host.Store();  // a new call reports again
-  ReportOutOfMemory();
-  EXPECT_STREQ(host.out.return_msg, "Memory Allocation Failure!");
-}
-
-TEST(Messages, OutOfMemoryAfterAnotherErrorShowsTheMessageButKeepsTheFirstError) {
-  FakeHost host;
-  host.Store();
-  SetCallError(PF_Interrupt_CANCEL);
-  ReportOutOfMemory();
-  EXPECT_STREQ(host.out.return_msg, "Memory Allocation Failure!");
-  EXPECT_EQ(CallError(), PF_Interrupt_CANCEL);
+  ScriptedHost host;
+  for (int call = 0; call < 2; ++call)
+    host.During([](const HostCallArgs& c) {
+      ReportOutOfMemory();
+      EXPECT_STREQ(c.out->return_msg, "Memory Allocation Failure!");
+      EXPECT_EQ(c.out->out_flags, PF_OutFlag_DISPLAY_ERROR_MESSAGE);
+      EXPECT_EQ(CallError(), 3);
+      strcpy(c.out->return_msg, "marker");
+      ReportOutOfMemory();
+      EXPECT_STREQ(c.out->return_msg, "marker");
+      return PF_Err_NONE;
+    });
+  EXPECT_EQ(host.counts().sprintf, 2);
+  host.During([](const HostCallArgs& c) {
+    SetCallError(PF_Interrupt_CANCEL);
+    ReportOutOfMemory();
+    EXPECT_STREQ(c.out->return_msg, "Memory Allocation Failure!");
+    EXPECT_EQ(CallError(), PF_Interrupt_CANCEL);
+    ReportMessage(12);
+    EXPECT_STREQ(c.out->return_msg, "Only numbers from %d to %d are accepted!");
+    return PF_Err_NONE;
+  });
 }
 
 TEST(Messages, ReportWorksWithoutTheHostsStringCallbacksOrOutData) {
-  FakeHost host;
-  host.utils.ansi.sprintf = nullptr;
-  host.Store();
-  ReportMessage(15);
-  EXPECT_STREQ(host.out.return_msg, "Sorry, Tarvo Effects only supports editing one effect at a time.");
-  EXPECT_TRUE(host.out.out_flags & PF_OutFlag_DISPLAY_ERROR_MESSAGE);
-
-  host.in.utils = nullptr;
-  host.Store();
-  ReportMessage(3);
-  EXPECT_STREQ(host.out.return_msg, "Memory Allocation Failure!");
-
-  StoreHostCall(PF_Cmd_RENDER, nullptr, nullptr, nullptr, nullptr, nullptr);
-  ReportMessage(3);
-  EXPECT_EQ(CallError(), 3);
-}
-
-TEST(Messages, AMessageWithConversionsIsShownVerbatim) {
-  FakeHost host;
-  host.Store();
-  ReportMessage(12);
-  EXPECT_STREQ(host.out.return_msg, "Only numbers from %d to %d are accepted!");
+  ScriptedHost host;
+  host.InData().utils->ansi.sprintf = nullptr;
+  host.During([](const HostCallArgs& c) {
+    ReportMessage(15);
+    EXPECT_STREQ(c.out->return_msg, "Sorry, Tarvo Effects only supports editing one effect at a time.");
+    EXPECT_TRUE(c.out->out_flags & PF_OutFlag_DISPLAY_ERROR_MESSAGE);
+    return PF_Err_NONE;
+  });
+  host.InData().utils = nullptr;
+  host.During([](const HostCallArgs& c) {
+    ReportMessage(3);
+    EXPECT_STREQ(c.out->return_msg, "Memory Allocation Failure!");
+    StoreHostCall(PF_Cmd_RENDER, nullptr, nullptr, nullptr, nullptr, nullptr);
+    ReportMessage(3);
+    EXPECT_EQ(CallError(), 3);
+    return PF_Err_NONE;
+  });
 }
 
 std::string Load(int16_t group, int16_t index, int16_t capacity = 255) {
@@ -210,7 +178,6 @@ TEST(Messages, LengthPrefixedConversionsAreBounded) {
   char text[256];
   memset(text, 0xEE, sizeof text);
   LenStrToCStr(pascal, text, 255);
-  EXPECT_EQ(strlen(text), 254u);
   EXPECT_EQ(std::string(text), std::string(254, 'x'));
 
   CStrToLenStr("Ripple", pascal, 4);

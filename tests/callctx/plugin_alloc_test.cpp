@@ -1,6 +1,6 @@
-// The plug-in allocator's bookkeeping and its fail-the-Nth-attempt hook.
+// The plug-in allocator's bookkeeping and its fail-the-Nth-attempt hook,
+// which every fault test relies on.
 #include <gtest/gtest.h>
-
 #include <stdint.h>
 
 #include "plugin_alloc.h"
@@ -8,19 +8,9 @@
 namespace tarvo {
 namespace {
 
-class PluginAllocTest : public ::testing::Test {
- protected:
-  void SetUp() override {
-    stats = PluginAllocStats();
-    saved = *stats;
-    stats->failAt = 0;
-  }
-  void TearDown() override { stats->failAt = 0; }
-  AllocStats* stats = nullptr;
-  AllocStats saved{};
-};
-
-TEST_F(PluginAllocTest, TracksLiveBlocksBytesAndPeak) {
+TEST(PluginAlloc, TracksLiveBlocksBytesAndPeak) {
+  AllocStats* stats = PluginAllocStats();
+  const AllocStats saved = *stats;
   void* a = PluginAlloc(100);
   void* b = PluginAlloc(28);
   ASSERT_NE(a, nullptr);
@@ -36,28 +26,7 @@ TEST_F(PluginAllocTest, TracksLiveBlocksBytesAndPeak) {
   PluginFree(nullptr);
   EXPECT_EQ(stats->liveBlocks, saved.liveBlocks);
   EXPECT_EQ(stats->liveBytes, saved.liveBytes);
-}
-
-TEST_F(PluginAllocTest, FailAtFailsExactlyTheNthAttemptThenResets) {
-  stats->failAt = 3;
-  void* first = PluginAlloc(8);
-  void* second = PluginAlloc(8);
-  EXPECT_EQ(stats->failAt, 1);
-  void* third = PluginAlloc(8);
-  void* fourth = PluginAlloc(8);
-  EXPECT_NE(first, nullptr);
-  EXPECT_NE(second, nullptr);
-  EXPECT_EQ(third, nullptr);
-  EXPECT_NE(fourth, nullptr);
-  EXPECT_EQ(stats->failAt, 0);
-  EXPECT_EQ(stats->allocCount - saved.allocCount, 4) << "a failed attempt counts";
-  EXPECT_EQ(stats->liveBlocks - saved.liveBlocks, 3);
-  PluginFree(first);
-  PluginFree(second);
-  PluginFree(fourth);
-}
-
-TEST_F(PluginAllocTest, ImpossibleSizesFailCleanly) {
+  // Impossible sizes fail cleanly.
   EXPECT_EQ(PluginAlloc(SIZE_MAX), nullptr);
   EXPECT_EQ(PluginAllocArray<uint64_t>(INT64_MAX), nullptr);
   EXPECT_EQ(PluginAllocArray<uint32_t>(-1), nullptr);
@@ -70,7 +39,23 @@ struct Counted {
   int* n;
 };
 
-TEST_F(PluginAllocTest, PluginNewConstructsAndNullOnFailure) {
+// A failed attempt counts; the hook then resets itself. PluginNew constructs
+// nothing in a failed block.
+TEST(PluginAlloc, FailAtFailsExactlyTheNthAttemptThenResets) {
+  AllocStats* stats = PluginAllocStats();
+  const AllocStats saved = *stats;
+  stats->failAt = 3;
+  void* blocks[4];
+  for (void*& b : blocks) b = PluginAlloc(8);
+  EXPECT_NE(blocks[0], nullptr);
+  EXPECT_NE(blocks[1], nullptr);
+  EXPECT_EQ(blocks[2], nullptr);
+  EXPECT_NE(blocks[3], nullptr);
+  EXPECT_EQ(stats->failAt, 0);
+  EXPECT_EQ(stats->allocCount - saved.allocCount, 4);
+  EXPECT_EQ(stats->liveBlocks - saved.liveBlocks, 3);
+  for (void* b : blocks) PluginFree(b);
+
   int alive = 0;
   Counted* c = PluginNew<Counted>(&alive);
   ASSERT_NE(c, nullptr);
@@ -79,7 +64,8 @@ TEST_F(PluginAllocTest, PluginNewConstructsAndNullOnFailure) {
   EXPECT_EQ(alive, 0);
   stats->failAt = 1;
   EXPECT_EQ(PluginNew<Counted>(&alive), nullptr);
-  EXPECT_EQ(alive, 0) << "nothing constructed in a failed block";
+  EXPECT_EQ(alive, 0);
+  EXPECT_EQ(stats->failAt, 0);
 }
 
 }  // namespace
