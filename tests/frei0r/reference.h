@@ -5,6 +5,7 @@
 #include <stdint.h>
 #include <stdlib.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -15,24 +16,14 @@ namespace tarvo::frei0r_test {
 
 // frei0r's R, G, B, A bytes ↔ the plug-in's A, R, G, B.
 inline void RgbaToHost(const uint8_t* rgba, host::Image& img) {
-  const size_t n = static_cast<size_t>(img.width) * img.height * 4;
-  for (size_t i = 0; i < n; i += 4) {
-    img.data[i] = rgba[i + 3];
-    img.data[i + 1] = rgba[i];
-    img.data[i + 2] = rgba[i + 1];
-    img.data[i + 3] = rgba[i + 2];
-  }
+  for (size_t i = 0; i < static_cast<size_t>(img.width) * img.height * 4; i += 4)
+    std::rotate_copy(rgba + i, rgba + i + 3, rgba + i + 4, img.data.begin() + i);
 }
 
 inline std::vector<uint8_t> HostToRgba(const host::Image& img) {
-  const size_t n = static_cast<size_t>(img.width) * img.height * 4;
-  std::vector<uint8_t> rgba(n);
-  for (size_t i = 0; i < n; i += 4) {
-    rgba[i] = img.data[i + 1];
-    rgba[i + 1] = img.data[i + 2];
-    rgba[i + 2] = img.data[i + 3];
-    rgba[i + 3] = img.data[i];
-  }
+  std::vector<uint8_t> rgba(static_cast<size_t>(img.width) * img.height * 4);
+  for (size_t i = 0; i < rgba.size(); i += 4)
+    std::rotate_copy(img.data.begin() + i, img.data.begin() + i + 1, img.data.begin() + i + 4, rgba.begin() + i);
   return rgba;
 }
 
