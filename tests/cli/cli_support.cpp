@@ -107,24 +107,6 @@ host::Image ToArgb(const Rgba& p) {
   return img;
 }
 
-Rgba ToRgba(const host::Image& image) {
-  Rgba p;
-  p.width = image.width;
-  p.height = image.height;
-  p.channels = 4;
-  p.pixels.resize(static_cast<size_t>(p.width) * p.height * 4);
-  for (int y = 0; y < p.height; ++y)
-    for (int x = 0; x < p.width; ++x) {
-      const PF_Pixel& s = image.At(y, x);
-      uint8_t* d = &p.pixels[(static_cast<size_t>(y) * p.width + x) * 4];
-      d[0] = s.red;
-      d[1] = s.green;
-      d[2] = s.blue;
-      d[3] = s.alpha;
-    }
-  return p;
-}
-
 InProcess::InProcess() {
   std::string error;
   module_ = host::Module::LoadBuilt(&error);

@@ -4,7 +4,6 @@
 
 #include <stdint.h>
 
-#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -37,8 +36,6 @@ bool ReadPicture(const std::string& path, Rgba* picture);
 
 // The picture as the effect sees it (gray → R = G = B, no alpha → 255).
 host::Image ToArgb(const Rgba& picture);
-// The effect's output as an RGBA file holds it.
-Rgba ToRgba(const host::Image& image);
 
 // The plug-in set up through the in-process host, parameters at their
 // declared defaults until changed.
@@ -46,7 +43,6 @@ class InProcess {
  public:
   InProcess();
   host::Host& Host() { return *host_; }
-  host::Module& Module() { return *module_; }
   int Index(const std::string& displayName) const;
   host::Image Render(const host::Image& input);
 
