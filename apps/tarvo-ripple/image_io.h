@@ -30,6 +30,10 @@ bool ReadImage(const std::string& path, host::Image* out, std::string* error);
 // True when a writer exists for path's extension.
 bool CanWriteFormat(const std::string& path, std::string* error);
 
+// PNG output's zlib level, 0 (none) to 9 (smallest); process-wide.
+constexpr int kDefaultPngCompression = 1;
+void SetPngCompression(int level);
+
 bool WriteImage(const std::string& path, const host::Image& image, std::string* error);
 
 // An interrupt (SIGINT, SIGTERM, SIGHUP) removes the temporary file of a

@@ -91,7 +91,7 @@ int Run(int argc, char** argv) {
       "time-step.\nExit status: 0 done, 1 the effect reported an error, 2 a usage, input or output problem.");
 
   std::string input, output, demo, size, frames, quality = "high", timeText, timeStepText = "1",
-                                                 timeScaleText = "30", jobsText, failAlloc, moduleIgnored;
+                                                 timeScaleText = "30", jobsText, pngText, failAlloc, moduleIgnored;
   bool listParams = false, json = false, quiet = false;
   app.add_option("INPUT", input, "image to render (PNG, JPEG, TIFF, OpenEXR, ...)")->type_name("");
   app.add_option("OUTPUT", output, "image to write; the format follows its extension")->type_name("");
@@ -105,6 +105,8 @@ int Run(int argc, char** argv) {
   app.add_option("--time-step", timeStepText, "time_step (default 1)")->type_name("N");
   app.add_option("--time-scale", timeScaleText, "time_scale, units per second (default 30)")->type_name("N");
   app.add_option("--jobs", jobsText, "worker processes for a sequence (default: one per core)")->type_name("N");
+  app.add_option("--png-compression", pngText, "zlib level of PNG output, 0 to 9 (default 1: fast; 9: smallest files)")
+      ->type_name("N");
   app.add_flag("--quiet", quiet, "no progress bar");
   app.add_option("--module", moduleIgnored, "the plug-in module to load (default: the one built with this program)")
       ->type_name("PATH");
@@ -186,6 +188,7 @@ int Run(int argc, char** argv) {
     const unsigned cores = std::thread::hardware_concurrency();
     job.jobs = jobsText.empty() ? static_cast<int>(cores ? std::min(cores, unsigned{kMaxJobs}) : 1)
                                 : ParseWhole<int>("--jobs", jobsText, 1, kMaxJobs);
+    if (!pngText.empty()) SetPngCompression(ParseWhole<int>("--png-compression", pngText, 0, 9));
     job.progress = !quiet && isatty(STDERR_FILENO);
 
     if (!frames.empty()) {
