@@ -79,24 +79,13 @@ class Instance {
   f0r_instance_t inst_;
 };
 
-// The same frame through the in-process host: settings as ApplySetting
-// takes them, time in milliseconds.
+// The same frame through the in-process host (reference.h), time in
+// milliseconds.
 Frame HostRender(const Frame& in, int w, int h, int32_t ms, const std::vector<std::string>& settings) {
   std::string error;
-  auto module = host::Module::LoadBuilt(&error);
-  EXPECT_TRUE(module) << error;
-  if (!module) return {};
-  host::Host host(module->Entry());
-  host.GlobalSetup();
-  host.ParamsSetup();
-  for (const auto& s : settings) EXPECT_TRUE(frei0r_test::ApplySetting(host, s)) << s;
-  host.SetTime(ms, 1, 1000);
-  host::Image src(w, h), dst(w, h);
-  frei0r_test::RgbaToHost(in.data(), src);
-  EXPECT_EQ(host.Render(src, dst), PF_Err_NONE);
-  EXPECT_EQ(host.ErrorMessage(), "");
-  host.GlobalSetdown();
-  return frei0r_test::HostToRgba(dst);
+  Frame out = frei0r_test::RenderFrames(in.data(), 1, w, h, ms, 0, settings, &error);
+  EXPECT_EQ(error, "");
+  return out;
 }
 
 class Frei0rTest : public ::testing::Test {
