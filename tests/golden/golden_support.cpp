@@ -158,15 +158,10 @@ host::Image TestPattern(int32_t width, int32_t height) {
 bool Render(const Case& c, const host::Image& input, host::Image* out, std::string* error) {
   static std::string setupError;
   static const std::unique_ptr<host::Module> module = host::Module::LoadBuilt(&setupError);
-  static const std::unique_ptr<host::Host> shared = []() -> std::unique_ptr<host::Host> {
-    if (!module) return nullptr;
-    auto h = std::make_unique<host::Host>(module->Entry());
-    if (h->GlobalSetup() == PF_Err_NONE && h->ParamsSetup() == PF_Err_NONE) return h;
-    setupError = "the module's global or parameter set-up failed";
-    return nullptr;
-  }();
-  if (!shared) {
-    *error = setupError;
+  static const std::unique_ptr<host::Host> shared = module ? std::make_unique<host::Host>(module->Entry()) : nullptr;
+  static const bool ready = shared && shared->GlobalSetup() == PF_Err_NONE && shared->ParamsSetup() == PF_Err_NONE;
+  if (!ready) {
+    *error = module ? "the module's global or parameter set-up failed" : setupError;
     return false;
   }
   host::Host& h = *shared;
