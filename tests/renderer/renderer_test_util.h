@@ -1,22 +1,19 @@
-// Helpers for the renderer tests: frames over plain memory, a renderer built
-// from pixel-unit inputs, a writer that counts every map write, and a host
-// call whose progress callback can stop the render.
+// Helpers for the renderer tests: a renderer built from pixel-unit inputs
+// over a frame in plain memory, and a writer that counts every map write.
 #pragma once
 
 #include "host_call.h"
+#include "test_picture.h"
 
 #include <gtest/gtest.h>
 
 #include <map>
-#include <memory>
 #include <utility>
+#include <memory>
 #include <vector>
 
-#include "call_context.h"
 #include "field_spreading.h"
 #include "geometry.h"
-#include "host_api.h"
-#include "pixel_image.h"
 #include "ripple_renderer.h"
 #include "source_map.h"
 #include "wave_table.h"
@@ -29,13 +26,7 @@ inline void BuildTables() {
   g_rippleWave.Build(kSine, true);
 }
 
-// A source image over a zeroed buffer.
-struct Frame {
-  std::vector<PF_Pixel> pixels;
-  PixelImage image;
-  Frame(int w, int h)
-      : pixels(static_cast<size_t>(w) * h + 1), image(static_cast<int16_t>(w), static_cast<int16_t>(h), pixels.data(), AllRows) {}
-};
+using Frame = testing::Picture;
 
 // The renderer's inputs in source pixels.
 struct Inputs {
