@@ -16,7 +16,9 @@
 #include <emmintrin.h>
 #endif
 
+#include "area_span_avx2.h"
 #include "fixed_point.h"
+#include "sampler_simd.h"
 
 namespace tarvo {
 namespace {
@@ -572,7 +574,8 @@ TARVO_HOT_INLINE bool SpanQuad4(const uint8_t* base, intptr_t stride, int32_t im
 void AreaSampleSpan(const PixelImage& image, const float* upper, const float* lower, int32_t count, PF_Pixel* out) {
 #ifdef TARVO_AREA_SPAN_SSE2
   const int32_t imageHeight = image.Height(), imageWidth = image.Width();
-  if (image.HasPixels() && imageHeight > 0 && imageWidth > 0) {
+  const SamplerSimd simd = ActiveSamplerSimd();
+  if (simd != SamplerSimd::kScalar && image.HasPixels() && imageHeight > 0 && imageWidth > 0) {
     const uint8_t* base = image.BaseAddress();
     const intptr_t stride = image.RowBytes();
     const __m128 size = _mm_setr_ps(static_cast<float>(image.Height()), static_cast<float>(image.Width()), 0.0f, 0.0f);
@@ -585,13 +588,29 @@ void AreaSampleSpan(const PixelImage& image, const float* upper, const float* lo
         out[k] = AreaSampleQuad(image, up[0], up[1], up[2], up[3], lo[0], lo[1], lo[2], lo[3]);
       }
     };
-    int32_t k = 0;
-    for (; k + 4 <= count; k += 4) {
-      if (SpanQuad4(base, stride, imageHeight, imageWidth, heightF, widthF, upper + 2 * k, lower + 2 * k, out + k)) {
-        continue;
+    auto quad = [&](int32_t k) {
+      if (!SpanQuad4(base, stride, imageHeight, imageWidth, heightF, widthF, upper + 2 * k, lower + 2 * k, out + k)) {
+        for (int32_t p = 0; p < 4; ++p) single(k + p);
       }
-      for (int32_t p = 0; p < 4; ++p) single(k + p);
+    };
+    int32_t k = 0;
+#ifdef TARVO_SAMPLER_AVX2
+    if (simd == SamplerSimd::kAvx2) {
+      for (; k + 8 <= count; k += 8) {
+        const uint32_t rest =
+            avx2::AreaSampleGroup8(base, stride, imageHeight, imageWidth, upper + 2 * k, lower + 2 * k, out + k);
+        if (rest == 0xFF) {
+          quad(k);
+          quad(k + 4);
+        } else {
+          for (int32_t p = 0; rest >> p; ++p) {
+            if ((rest >> p) & 1) single(k + p);
+          }
+        }
+      }
     }
+#endif
+    for (; k + 4 <= count; k += 4) quad(k);
     for (; k < count; ++k) single(k);
     return;
   }

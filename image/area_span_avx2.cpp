@@ -1,0 +1,212 @@
+// Area sampling eight pixels at a time with AVX2: the arithmetic of the
+// four-wide row sampler, with the bounding boxes, fixed-point edges, cells,
+// fractions, areas and weights of eight pixels side by side, and each box's
+// rows summed for two pixels at once (one pixel per 128-bit half).
+#include "area_span_avx2.h"
+
+#ifdef TARVO_SAMPLER_AVX2
+
+#include <immintrin.h>
+
+#define TARVO_AVX2 __attribute__((target("avx2")))
+#define TARVO_AVX2_INLINE __attribute__((target("avx2"), always_inline)) inline
+
+namespace tarvo::avx2 {
+namespace {
+
+// The integer path's limits, as in the four-wide sampler: edges within
+// ±16384 pixels, extents below 128 pixels.
+constexpr float kEdgeLimit = 16384.0f;
+constexpr float kExtentLimit = 128.0f;
+
+// The lanes hold pixels in the order 0 1 4 5 2 3 6 7, which the in-lane
+// shuffles of Split give; kPixelOfPair[j] is the first pixel of the lane
+// pair (2j, 2j + 1), whose second pixel follows it.
+constexpr int kPixelOfPair[4] = {0, 4, 2, 6};
+
+// Vertical and horizontal coordinates of points 0..7 and of points 1..8.
+TARVO_AVX2_INLINE void Split(const float* points, __m256& v, __m256& h, __m256& vNext, __m256& hNext) {
+  const __m256 a = _mm256_loadu_ps(points), b = _mm256_loadu_ps(points + 8);
+  const __m256 c = _mm256_loadu_ps(points + 2), d = _mm256_loadu_ps(points + 10);
+  v = _mm256_shuffle_ps(a, b, _MM_SHUFFLE(2, 0, 2, 0));
+  h = _mm256_shuffle_ps(a, b, _MM_SHUFFLE(3, 1, 3, 1));
+  vNext = _mm256_shuffle_ps(c, d, _MM_SHUFFLE(2, 0, 2, 0));
+  hNext = _mm256_shuffle_ps(c, d, _MM_SHUFFLE(3, 1, 3, 1));
+}
+
+TARVO_AVX2_INLINE __m256 Within(__m256 v, float low, float high) {
+  return _mm256_and_ps(_mm256_cmp_ps(v, _mm256_set1_ps(low), _CMP_GT_OQ),
+                       _mm256_cmp_ps(v, _mm256_set1_ps(high), _CMP_LT_OQ));
+}
+
+TARVO_AVX2_INLINE __m256i Frac8(__m256i f) {
+  return _mm256_srli_epi32(_mm256_and_si256(f, _mm256_set1_epi32(0xFFFF)), 8);
+}
+
+// Coverage weight of cell k (0..3) of eight boxes whose last cell is
+// lastK: 256 up to the last cell, 0 past it, the first cut by frac, the
+// last by 256 − fracEnd, 255 counting as 256. Columns and rows alike.
+TARVO_AVX2_INLINE __m256i Weight(int k, __m256i lastK, __m256i frac, __m256i fracEnd) {
+  const __m256i full = _mm256_set1_epi32(256);
+  __m256i w = k == 0 ? _mm256_sub_epi32(full, frac)
+                     : _mm256_and_si256(_mm256_cmpgt_epi32(lastK, _mm256_set1_epi32(k - 1)), full);
+  w = _mm256_sub_epi32(w, _mm256_and_si256(_mm256_cmpeq_epi32(lastK, _mm256_set1_epi32(k)),
+                                           _mm256_sub_epi32(full, fracEnd)));
+  return _mm256_add_epi32(w, _mm256_and_si256(_mm256_cmpeq_epi32(w, _mm256_set1_epi32(255)), _mm256_set1_epi32(1)));
+}
+
+// |v|, and 1 where that is 0.
+TARVO_AVX2_INLINE __m256 AbsOrOne(__m256 v) {
+  v = _mm256_and_ps(v, _mm256_castsi256_ps(_mm256_set1_epi32(0x7FFFFFFF)));
+  return _mm256_blendv_ps(v, _mm256_set1_ps(1.0f), _mm256_cmp_ps(v, _mm256_setzero_ps(), _CMP_EQ_OQ));
+}
+
+// Σ pixel × column weight over the four pixels at row (one row of a box),
+// as two halves: columns 0 and 1 in the low 128 bits, 2 and 3 in the high.
+// The pixels widened to 16 bits are reordered within each half to
+// (a0 a1 r0 r1 g0 g1 b0 b1) so that one multiply-add pairs the columns.
+TARVO_AVX2_INLINE __m256i RowHalves(const uint8_t* row, __m256i order, __m256i weights) {
+  const __m256i wide = _mm256_cvtepu8_epi16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(row)));
+  return _mm256_madd_epi16(_mm256_shuffle_epi8(wide, order), weights);
+}
+
+// Four channel sums divided by (a, b, b, b), clamped at 255 and truncated.
+TARVO_AVX2_INLINE __m128i Normalize(__m128i sums, float a, float b) {
+  const __m256d divisor = _mm256_cvtps_pd(_mm_blend_ps(_mm_set1_ps(b), _mm_set_ss(a), 1));
+  const __m256d quotient = _mm256_div_pd(_mm256_cvtepi32_pd(sums), divisor);
+  // ClampChannel: 255 and above give 255; no quotient lies below 0.
+  return _mm256_cvttpd_epi32(_mm256_min_pd(quotient, _mm256_set1_pd(255.0)));
+}
+
+}  // namespace
+
+TARVO_AVX2 uint32_t AreaSampleGroup8(const uint8_t* base, intptr_t stride, int32_t height, int32_t width,
+                                     const float* up, const float* lo, PF_Pixel* out) {
+  // Corners of pixel p: P1 = up[p], P2 = up[p + 1], P3 = lo[p], P4 = lo[p + 1].
+  __m256 uv, uh, uvn, uhn, lv, lh, lvn, lhn;
+  Split(up, uv, uh, uvn, uhn);
+  Split(lo, lv, lh, lvn, lhn);
+  // QuadAxisExtent: std::min(a, b) is _mm256_min_ps(b, a) and std::max(a,
+  // b) is _mm256_max_ps(b, a), even for NaN and signed zeros.
+  const __m256 lowV = _mm256_min_ps(_mm256_min_ps(lvn, lv), _mm256_min_ps(uvn, uv));
+  const __m256 lowH = _mm256_min_ps(_mm256_min_ps(lhn, lh), _mm256_min_ps(uhn, uh));
+  const __m256 highV = _mm256_max_ps(_mm256_max_ps(lvn, lv), _mm256_max_ps(uvn, uv));
+  const __m256 highH = _mm256_max_ps(_mm256_max_ps(lhn, lh), _mm256_max_ps(uhn, uh));
+  const __m256 extV = _mm256_sub_ps(highV, lowV), extH = _mm256_sub_ps(highH, lowH);
+  const __m256 zero = _mm256_setzero_ps();
+  const __m256 area =
+      _mm256_mul_ps(_mm256_sub_ps(_mm256_min_ps(_mm256_set1_ps(static_cast<float>(height)), highV),
+                                  _mm256_max_ps(zero, lowV)),
+                    _mm256_sub_ps(_mm256_min_ps(_mm256_set1_ps(static_cast<float>(width)), highH),
+                                  _mm256_max_ps(zero, lowH)));
+
+  const __m256 ok = _mm256_and_ps(
+      _mm256_and_ps(Within(lowV, -kEdgeLimit, kEdgeLimit), Within(lowH, -kEdgeLimit, kEdgeLimit)),
+      _mm256_and_ps(Within(extV, -1.0f, kExtentLimit), Within(extH, -1.0f, kExtentLimit)));
+  if (_mm256_movemask_ps(ok) != 0xFF) return 0xFF;
+
+  // FloatToFixed (the products are exact in single precision here), the
+  // far edges, the cells and the fractions.
+  const __m256 scale = _mm256_set1_ps(65536.0f);
+  const __m256i y = _mm256_cvttps_epi32(_mm256_mul_ps(lowV, scale));
+  const __m256i x = _mm256_cvttps_epi32(_mm256_mul_ps(lowH, scale));
+  const __m256i yEnd = _mm256_add_epi32(y, _mm256_cvttps_epi32(_mm256_mul_ps(extV, scale)));
+  const __m256i xEnd = _mm256_add_epi32(x, _mm256_cvttps_epi32(_mm256_mul_ps(extH, scale)));
+  const __m256i r0 = _mm256_srai_epi32(y, 16), r1 = _mm256_srai_epi32(yEnd, 16);
+  const __m256i c0 = _mm256_srai_epi32(x, 16), c1 = _mm256_srai_epi32(xEnd, 16);
+  const __m256i lastRow = _mm256_sub_epi32(r1, r0), lastColumn = _mm256_sub_epi32(c1, c0);
+
+  // covered = width × height as the cut edges see them; the divisors
+  // a = covered × 255 and b = area × 255, exact in single precision.
+  const __m256i cut = _mm256_set1_epi32(~0xFF);
+  const __m256 unit = _mm256_set1_ps(1.0f / 65536.0f);
+  const __m256 boxW = _mm256_mul_ps(
+      _mm256_cvtepi32_ps(_mm256_sub_epi32(_mm256_and_si256(xEnd, cut), _mm256_and_si256(x, cut))), unit);
+  const __m256 boxH = _mm256_mul_ps(
+      _mm256_cvtepi32_ps(_mm256_sub_epi32(_mm256_and_si256(yEnd, cut), _mm256_and_si256(y, cut))), unit);
+  const __m256 scale255 = _mm256_set1_ps(255.0f);
+  alignas(32) float divA[8], divB[8];
+  _mm256_store_ps(divA, _mm256_mul_ps(AbsOrOne(_mm256_mul_ps(boxW, boxH)), scale255));
+  _mm256_store_ps(divB, _mm256_mul_ps(AbsOrOne(area), scale255));
+
+  // Boxes inside the image, at most four columns and four rows, whose
+  // rows can be read as four pixels from their first column.
+  const __m256i minusOne = _mm256_set1_epi32(-1), four = _mm256_set1_epi32(4);
+  const __m256i small = _mm256_and_si256(
+      _mm256_and_si256(_mm256_and_si256(_mm256_cmpgt_epi32(r0, minusOne), _mm256_cmpgt_epi32(_mm256_set1_epi32(height), r1)),
+                       _mm256_and_si256(_mm256_cmpgt_epi32(c0, minusOne),
+                                        _mm256_cmpgt_epi32(_mm256_set1_epi32(width - 3), c0))),
+      _mm256_and_si256(_mm256_cmpgt_epi32(four, lastColumn), _mm256_cmpgt_epi32(four, lastRow)));
+  const uint32_t smallLanes = static_cast<uint32_t>(_mm256_movemask_ps(_mm256_castsi256_ps(small)));
+  if (smallLanes == 0) return 0xFF;
+
+  // Column weights as 16-bit pairs (w0 w1) and (w2 w3) per lane; row
+  // weights per row.
+  const __m256i fx = Frac8(x), fxEnd = Frac8(xEnd), fy = Frac8(y), fyEnd = Frac8(yEnd);
+  const __m256i w01 = _mm256_or_si256(Weight(0, lastColumn, fx, fxEnd),
+                                      _mm256_slli_epi32(Weight(1, lastColumn, fx, fxEnd), 16));
+  const __m256i w23 = _mm256_or_si256(Weight(2, lastColumn, fx, fxEnd),
+                                      _mm256_slli_epi32(Weight(3, lastColumn, fx, fxEnd), 16));
+  alignas(32) int32_t rowWeight[4][8], rowFirst[8], columnFirst[8], lastRows[8];
+  for (int k = 0; k < 4; ++k) {
+    _mm256_store_si256(reinterpret_cast<__m256i*>(rowWeight[k]), Weight(k, lastRow, fy, fyEnd));
+  }
+  _mm256_store_si256(reinterpret_cast<__m256i*>(rowFirst), r0);
+  _mm256_store_si256(reinterpret_cast<__m256i*>(columnFirst), c0);
+  _mm256_store_si256(reinterpret_cast<__m256i*>(lastRows), lastRow);
+
+  const __m256i order = _mm256_setr_epi8(0, 1, 8, 9, 2, 3, 10, 11, 4, 5, 12, 13, 6, 7, 14, 15,  //
+                                         0, 1, 8, 9, 2, 3, 10, 11, 4, 5, 12, 13, 6, 7, 14, 15);
+  for (int j = 0; j < 4; ++j) {
+    const uint32_t pair = (smallLanes >> (2 * j)) & 3;
+    if (pair == 0) continue;
+    // A lane whose box is not small borrows its neighbour's box and is not
+    // stored.
+    const int la = pair & 1 ? 2 * j : 2 * j + 1;
+    const int lb = pair & 2 ? 2 * j + 1 : 2 * j;
+    const __m256i laneA = _mm256_set1_epi32(la), laneB = _mm256_set1_epi32(lb);
+    const __m256i weightsA =
+        _mm256_blend_epi32(_mm256_permutevar8x32_epi32(w01, laneA), _mm256_permutevar8x32_epi32(w23, laneA), 0xF0);
+    const __m256i weightsB =
+        _mm256_blend_epi32(_mm256_permutevar8x32_epi32(w01, laneB), _mm256_permutevar8x32_epi32(w23, laneB), 0xF0);
+    const __m256i rowLanes = _mm256_blend_epi32(laneA, laneB, 0xF0);
+    const uint8_t* rowA = base + stride * rowFirst[la] + 4 * static_cast<intptr_t>(columnFirst[la]);
+    const uint8_t* rowB = base + stride * rowFirst[lb] + 4 * static_cast<intptr_t>(columnFirst[lb]);
+    const int32_t lastA = lastRows[la], lastB = lastRows[lb];
+    const int32_t rows = (lastA > lastB ? lastA : lastB) + 1;
+
+    // Σ over rows of (row sum × row weight) >> 8; a box with fewer rows
+    // than its neighbour rereads its last row with weight 0.
+    __m256i total = _mm256_setzero_si256();
+    for (int32_t i = 0; i < rows; ++i) {
+      const __m256i a = RowHalves(rowA, order, weightsA), b = RowHalves(rowB, order, weightsB);
+      const __m256i sums = _mm256_add_epi32(_mm256_permute2x128_si256(a, b, 0x21), _mm256_blend_epi32(a, b, 0xF0));
+      const __m256i weight =
+          _mm256_permutevar8x32_epi32(_mm256_load_si256(reinterpret_cast<const __m256i*>(rowWeight[i])), rowLanes);
+      total = _mm256_add_epi32(total, _mm256_srli_epi32(_mm256_mullo_epi32(sums, weight), 8));
+      if (i < lastA) rowA += stride;
+      if (i < lastB) rowB += stride;
+    }
+
+    const __m128i channelsA = Normalize(_mm256_castsi256_si128(total), divA[la], divB[la]);
+    const __m128i channelsB = Normalize(_mm256_extracti128_si256(total, 1), divA[lb], divB[lb]);
+    const __m128i words = _mm_packs_epi32(channelsA, channelsB);
+    const __m128i bytes = _mm_packus_epi16(words, words);
+    PF_Pixel* const target = out + kPixelOfPair[j];
+    if (pair == 3) {
+      _mm_storel_epi64(reinterpret_cast<__m128i*>(target), bytes);
+    } else if (pair == 1) {
+      _mm_storeu_si32(target, bytes);
+    } else {
+      _mm_storeu_si32(target + 1, _mm_srli_si128(bytes, 4));
+    }
+  }
+
+  // Lanes 2..5 hold pixels 4, 5, 2, 3.
+  const uint32_t written = (smallLanes & 0xC3u) | ((smallLanes & 0x0Cu) << 2) | ((smallLanes & 0x30u) >> 2);
+  return ~written & 0xFFu;
+}
+
+}  // namespace tarvo::avx2
+
+#endif

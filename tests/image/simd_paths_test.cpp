@@ -1,0 +1,226 @@
+// The samplers' vector widths against each other: every row sampled with
+// AVX2 must give the bytes of the SSE2 loops and of the one-pixel-at-a-time
+// code, on random rows and on rows holding edge values (boxes at the
+// image's last row and column, at the eight-wide path's limits of four
+// rows and four columns, beyond the integer path, not finite, signed
+// zeros). A processor without AVX2 skips what it cannot run.
+#include <gtest/gtest.h>
+#include <string.h>
+
+#include <cmath>
+#include <limits>
+#include <random>
+#include <vector>
+
+#include "area_sampler.h"
+#include "host_call.h"
+#include "output_stage.h"
+#include "pixel_image.h"
+#include "sampler_simd.h"
+#include "source_map.h"
+
+namespace tarvo {
+namespace {
+
+// Runs f once at each width the processor has, narrowest first, and
+// lifts the cap afterwards.
+template <class F>
+void AtEachWidth(F f) {
+  const SamplerSimd widest = ActiveSamplerSimd();
+  for (const SamplerSimd s : {SamplerSimd::kScalar, SamplerSimd::kSse2, SamplerSimd::kAvx2}) {
+    if (static_cast<int>(s) > static_cast<int>(widest)) break;
+    LimitSamplerSimd(s);
+    f(s);
+  }
+  LimitSamplerSimd(SamplerSimd::kAvx2);
+}
+
+bool HaveAvx2() { return ActiveSamplerSimd() == SamplerSimd::kAvx2; }
+
+struct Image {
+  int w, h;
+  std::vector<PF_Pixel> pixels;
+  PixelImage image;
+  Image(int width, int height, int pad, uint32_t seed) : w(width), h(height), pixels(size_t(width + pad) * height) {
+    std::mt19937 rng(seed);
+    for (PF_Pixel& p : pixels) {
+      const uint32_t v = rng();
+      const uint32_t m = (v & 7) == 0 ? 0xFFFFFFFFu : (v & 7) == 1 ? 0u : v;  // clamps at work
+      p = PF_Pixel{uint8_t(m), uint8_t(m >> 8), uint8_t(m >> 16), uint8_t(m >> 24)};
+    }
+    image.Wrap(int16_t(w), int16_t(h), (width + pad) * 4, pixels.data(), AllRows);
+  }
+};
+
+// The row sampled at every width; fails at the first width (and pixel)
+// that differs from the one-pixel-at-a-time result.
+void ExpectSameAtEveryWidth(const Image& img, const std::vector<float>& upper, const std::vector<float>& lower) {
+  const int count = static_cast<int>(upper.size() / 2) - 1;
+  std::vector<PF_Pixel> want;
+  AtEachWidth([&](SamplerSimd s) {
+    std::vector<PF_Pixel> got(size_t(count), PF_Pixel{7, 7, 7, 7});
+    AreaSampleSpan(img.image, upper.data(), lower.data(), count, got.data());
+    if (want.empty()) {
+      want = got;
+      return;
+    }
+    for (int k = 0; k < count; ++k) {
+      ASSERT_EQ(memcmp(&want[size_t(k)], &got[size_t(k)], sizeof(PF_Pixel)), 0)
+          << "width " << static_cast<int>(s) << ", pixel " << k << ": corners (" << upper[2 * k] << ", "
+          << upper[2 * k + 1] << ") (" << upper[2 * k + 2] << ", " << upper[2 * k + 3] << ") (" << lower[2 * k]
+          << ", " << lower[2 * k + 1] << ") (" << lower[2 * k + 2] << ", " << lower[2 * k + 3] << ")";
+    }
+  });
+}
+
+// Two lines of count + 1 corner points around grid row y from column x0,
+// each moved by up to spread (on a 1/256 lattice when quantised).
+void Lines(std::mt19937& rng, int y, int x0, int count, float spread, bool quantised, std::vector<float>& upper,
+           std::vector<float>& lower) {
+  std::uniform_real_distribution<float> jitter(-spread, spread);
+  upper.resize(2 * size_t(count + 1));
+  lower.resize(upper.size());
+  for (int k = 0; k <= count; ++k) {
+    for (int line = 0; line < 2; ++line) {
+      float v = float(y + line) + jitter(rng), h = float(x0 + k) + jitter(rng);
+      if (quantised) {
+        v = std::round(v * 256.0f) / 256.0f;
+        h = std::round(h * 256.0f) / 256.0f;
+      }
+      float* p = line == 0 ? &upper[2 * size_t(k)] : &lower[2 * size_t(k)];
+      p[0] = v;
+      p[1] = h;
+    }
+  }
+}
+
+TEST(SimdPaths, AreaRowsAreTheSameAtEveryWidthOnRandomBoxes) {
+  if (!HaveAvx2()) GTEST_SKIP() << "no AVX2 on this processor";
+  // Odd widths, padded rows, a one-pixel image; rows placed anywhere from
+  // above the image to below it, so that groups straddle every edge.
+  const Image imgs[] = {Image(61, 37, 0, 1), Image(13, 200, 3, 2), Image(300, 5, 1, 3), Image(1, 1, 0, 4),
+                        Image(7, 9, 0, 5)};
+  std::mt19937 rng(2024);
+  std::vector<float> upper, lower;
+  for (const Image& img : imgs) {
+    std::uniform_int_distribution<int> row(-3, img.h + 2), col(-12, img.w + 2), len(1, 41);
+    for (const float spread : {0.0f, 0.3f, 0.9f, 1.6f, 3.0f, 40.0f, 200.0f}) {
+      for (const bool quantised : {true, false}) {
+        for (int n = 0; n < 30; ++n) {
+          Lines(rng, row(rng), col(rng), len(rng), spread, quantised, upper, lower);
+          ExpectSameAtEveryWidth(img, upper, lower);
+          if (HasFatalFailure()) return;
+        }
+      }
+    }
+  }
+}
+
+TEST(SimdPaths, AreaRowsAreTheSameAtEveryWidthOnEdgeBoxes) {
+  if (!HaveAvx2()) GTEST_SKIP() << "no AVX2 on this processor";
+  const Image img(40, 30, 2, 9);
+  const float inf = std::numeric_limits<float>::infinity(), nan = std::numeric_limits<float>::quiet_NaN();
+  // Boxes (top, left, bottom, right), each put into a row of eleven plain
+  // boxes at every position, so that it shares its group of eight with
+  // boxes the eight-wide path takes.
+  const float boxes[][4] = {
+      {26, 36, 30, 40},                    // four rows and columns up to the last ones
+      {25.5f, 35.5f, 29.5f, 39.5f},        // five rows and columns, cut
+      {26, 36, 29.99f, 39.99f},            // four, the last cut
+      {29, 36.5f, 30, 40},                 // the last row; columns to the right edge
+      {28.2f, 36.7f, 29.9f, 39.9f},        // starting three columns before the edge
+      {2, 3, 6 + 1.0f / 256, 4},           // five rows by a 1/256
+      {2, 3, 3, 7 + 1.0f / 256},           // five columns by a 1/256
+      {1.0f / 256, 0, 1 + 255.0f / 256, 1},  // weights of 255
+      {-0.5f, -0.5f, 0.5f, 0.5f},          // half outside
+      {-5, -5, -1, -1},                    // wholly outside
+      {3, 4, 3, 9},                        // no height
+      {-0.0f, -0.0f, 1, 1},                // negative zeros
+      {0, 0, 128, 3},                      // beyond the integer path
+      {-16384.5f, 2, -16384, 3},           // beyond the edge limit
+      {-3e9f, 2, 3e9f, 3},                 // beyond the fixed-point range
+      {nan, 2, 3, 4}, {2, nan, 3, 4},      // not numbers
+      {-inf, 2, 3, 4}, {2, 3, inf, inf},
+  };
+  const int kCount = 11;
+  for (const auto& b : boxes) {
+    for (int at = 0; at < kCount; ++at) {
+      std::vector<float> upper, lower;
+      for (int k = 0; k <= kCount; ++k) {
+        // A plain box per pixel: rows 10.3 .. 11.6, columns k + 0.2 ..
+        const float x = float(k) + 0.2f;
+        upper.insert(upper.end(), {10.3f, x});
+        lower.insert(lower.end(), {11.6f, x + 0.1f});
+      }
+      // Pixel `at` gets the box: its four corners are upper[at], upper[at
+      // + 1], lower[at], lower[at + 1], which it shares with its
+      // neighbours, so their boxes change too.
+      upper[2 * size_t(at)] = b[0], upper[2 * size_t(at) + 1] = b[1];
+      upper[2 * size_t(at) + 2] = b[0], upper[2 * size_t(at) + 3] = b[3];
+      lower[2 * size_t(at)] = b[2], lower[2 * size_t(at) + 1] = b[1];
+      lower[2 * size_t(at) + 2] = b[2], lower[2 * size_t(at) + 3] = b[3];
+      ExpectSameAtEveryWidth(img, upper, lower);
+      ASSERT_FALSE(HasFatalFailure()) << "box " << b[0] << " " << b[1] << " " << b[2] << " " << b[3] << " at " << at;
+    }
+  }
+}
+
+// Bilinear rows through ResampleOutput at every width, each pixel also
+// against SampleMapPoint: points inside, on the last row and column, at
+// the edges exactly, outside and not finite.
+TEST(SimdPaths, BilinearRowsAreTheSameAtEveryWidth) {
+  if (!HaveAvx2()) GTEST_SKIP() << "no AVX2 on this processor";
+  tarvo::testing::HostCall call;
+  const float nan = std::numeric_limits<float>::quiet_NaN(), inf = std::numeric_limits<float>::infinity();
+  std::mt19937 rng(77);
+  for (const int w : {1, 8, 9, 23, 40}) {
+    const int h = 11;
+    Image src(w, h, 2, uint32_t(w));
+    RenderSetup setup{&src.image, w, h, kSampleBilinear, PF_Pixel{0, 0, 0, 0}};
+    SourceMap map(h + 1, w + 1, setup);
+    ASSERT_TRUE(map.ok);
+    std::uniform_real_distribution<float> jitter(-2.0f, 2.0f);
+    std::uniform_int_distribution<int> pick(0, 15);
+    for (int y = 0; y <= h; ++y) {
+      for (int x = 0; x <= w; ++x) {
+        MapPoint p{float(y) + jitter(rng), float(x) + jitter(rng)};
+        switch (pick(rng)) {
+          case 0: p.row = float(h - 1) + 0.5f; break;      // the last row: mixed with the background
+          case 1: p.column = float(w) - 0.5f; break;       // the last column
+          case 2: p.row = float(h); break;                 // on the far edges: background
+          case 3: p.column = std::nextafter(float(w), 0.0f); break;
+          case 4: p.row = -0.0f; break;
+          case 5: p.column = nan; break;
+          case 6: p.row = -inf; break;
+          case 7: p.row = 1e30f; break;
+          case 8: p = MapPoint{float(y % h), float(x % w)}; break;  // on a pixel: weights 1, 0, 0, 0
+          default: break;
+        }
+        map.At(y, x) = p;
+      }
+      map.SetRowSpan(y, 0, w);
+    }
+    std::vector<std::vector<PF_Pixel>> results;
+    AtEachWidth([&](SamplerSimd) {
+      std::vector<PF_Pixel> out(size_t(w) * h, PF_Pixel{9, 9, 9, 9});
+      PixelImage dst;
+      dst.Wrap(int16_t(w), int16_t(h), w * 4, out.data(), AllRows);
+      ResampleOutput(map, dst, kSampleBilinear);
+      results.push_back(out);
+    });
+    for (int y = 0; y < h; ++y) {
+      for (int x = 0; x < w; ++x) {
+        PF_Pixel want;
+        SampleMapPoint(setup, map.At(y, x), want);
+        for (const auto& got : results) {
+          ASSERT_EQ(memcmp(&want, &got[size_t(y) * w + x], sizeof want), 0)
+              << "width " << w << " at " << y << "," << x << ": point (" << map.At(y, x).row << ", "
+              << map.At(y, x).column << ")";
+        }
+      }
+    }
+  }
+}
+
+}  // namespace
+}  // namespace tarvo
