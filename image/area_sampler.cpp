@@ -596,15 +596,21 @@ void AreaSampleSpan(const PixelImage& image, const float* upper, const float* lo
     int32_t k = 0;
 #ifdef TARVO_SAMPLER_AVX2
     if (simd == SamplerSimd::kAvx2) {
-      for (; k + 8 <= count; k += 8) {
-        const uint32_t rest =
-            avx2::AreaSampleGroup8(base, stride, imageHeight, imageWidth, upper + 2 * k, lower + 2 * k, out + k);
-        if (rest == 0xFF) {
-          quad(k);
-          quad(k + 4);
-        } else {
-          for (int32_t p = 0; rest >> p; ++p) {
-            if ((rest >> p) & 1) single(k + p);
+      // Up to 256 groups of eight per call; then the pixels they left.
+      constexpr int32_t kMaxGroups = 256;
+      uint8_t rest[kMaxGroups];
+      while (k + 8 <= count) {
+        const int32_t groups = std::min((count - k) / 8, kMaxGroups);
+        avx2::AreaSampleGroups(base, stride, imageHeight, imageWidth, upper + 2 * k, lower + 2 * k, groups, out + k,
+                               rest);
+        for (int32_t g = 0; g < groups; ++g, k += 8) {
+          if (rest[g] == 0xFF) {
+            quad(k);
+            quad(k + 4);
+          } else {
+            for (int32_t p = 0; rest[g] >> p; ++p) {
+              if ((rest[g] >> p) & 1) single(k + p);
+            }
           }
         }
       }

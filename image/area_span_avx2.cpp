@@ -39,20 +39,16 @@ TARVO_AVX2_INLINE __m256 Within(__m256 v, float low, float high) {
                        _mm256_cmp_ps(v, _mm256_set1_ps(high), _CMP_LT_OQ));
 }
 
-TARVO_AVX2_INLINE __m256i Frac8(__m256i f) {
-  return _mm256_srli_epi32(_mm256_and_si256(f, _mm256_set1_epi32(0xFFFF)), 8);
-}
-
-// Coverage weight of cell k (0..3) of eight boxes whose last cell is
-// lastK: 256 up to the last cell, 0 past it, the first cut by frac, the
-// last by 256 − fracEnd, 255 counting as 256. Columns and rows alike.
-TARVO_AVX2_INLINE __m256i Weight(int k, __m256i lastK, __m256i frac, __m256i fracEnd) {
+// Coverage weight of cell k (0..3, counted from the box's first cell) in
+// 1/256 of a pixel: the part of [256k, 256k + 256) that the box covers,
+// the box running from frac to end (its far edge, from the first cell's
+// start); 255 counts as 256. Columns and rows alike.
+TARVO_AVX2_INLINE __m256i Weight(int k, __m256i frac, __m256i end) {
   const __m256i full = _mm256_set1_epi32(256);
-  __m256i w = k == 0 ? _mm256_sub_epi32(full, frac)
-                     : _mm256_and_si256(_mm256_cmpgt_epi32(lastK, _mm256_set1_epi32(k - 1)), full);
-  w = _mm256_sub_epi32(w, _mm256_and_si256(_mm256_cmpeq_epi32(lastK, _mm256_set1_epi32(k)),
-                                           _mm256_sub_epi32(full, fracEnd)));
-  return _mm256_add_epi32(w, _mm256_and_si256(_mm256_cmpeq_epi32(w, _mm256_set1_epi32(255)), _mm256_set1_epi32(1)));
+  const __m256i w = k == 0 ? _mm256_sub_epi32(_mm256_min_epi32(end, full), frac)
+                           : _mm256_max_epi32(_mm256_min_epi32(_mm256_sub_epi32(end, _mm256_set1_epi32(256 * k)), full),
+                                              _mm256_setzero_si256());
+  return _mm256_sub_epi32(w, _mm256_cmpeq_epi32(w, _mm256_set1_epi32(255)));
 }
 
 // |v|, and 1 where that is 0.
@@ -78,10 +74,10 @@ TARVO_AVX2_INLINE __m128i Normalize(__m128i sums, float a, float b) {
   return _mm256_cvttpd_epi32(_mm256_min_pd(quotient, _mm256_set1_pd(255.0)));
 }
 
-}  // namespace
-
-TARVO_AVX2 uint32_t AreaSampleGroup8(const uint8_t* base, intptr_t stride, int32_t height, int32_t width,
-                                     const float* up, const float* lo, PF_Pixel* out) {
+// One group of eight pixels; returns the bits of the pixels not written.
+TARVO_AVX2_INLINE uint32_t Group(const uint8_t* base, int32_t stride, __m256 heightF, __m256 widthF,
+                                 __m256i height, __m256i widthLess3, const float* up, const float* lo,
+                                 PF_Pixel* out) {
   // Corners of pixel p: P1 = up[p], P2 = up[p + 1], P3 = lo[p], P4 = lo[p + 1].
   __m256 uv, uh, uvn, uhn, lv, lh, lvn, lhn;
   Split(up, uv, uh, uvn, uhn);
@@ -94,11 +90,8 @@ TARVO_AVX2 uint32_t AreaSampleGroup8(const uint8_t* base, intptr_t stride, int32
   const __m256 highH = _mm256_max_ps(_mm256_max_ps(lhn, lh), _mm256_max_ps(uhn, uh));
   const __m256 extV = _mm256_sub_ps(highV, lowV), extH = _mm256_sub_ps(highH, lowH);
   const __m256 zero = _mm256_setzero_ps();
-  const __m256 area =
-      _mm256_mul_ps(_mm256_sub_ps(_mm256_min_ps(_mm256_set1_ps(static_cast<float>(height)), highV),
-                                  _mm256_max_ps(zero, lowV)),
-                    _mm256_sub_ps(_mm256_min_ps(_mm256_set1_ps(static_cast<float>(width)), highH),
-                                  _mm256_max_ps(zero, lowH)));
+  const __m256 area = _mm256_mul_ps(_mm256_sub_ps(_mm256_min_ps(heightF, highV), _mm256_max_ps(zero, lowV)),
+                                    _mm256_sub_ps(_mm256_min_ps(widthF, highH), _mm256_max_ps(zero, lowH)));
 
   const __m256 ok = _mm256_and_ps(
       _mm256_and_ps(Within(lowV, -kEdgeLimit, kEdgeLimit), Within(lowH, -kEdgeLimit, kEdgeLimit)),
@@ -106,15 +99,21 @@ TARVO_AVX2 uint32_t AreaSampleGroup8(const uint8_t* base, intptr_t stride, int32
   if (_mm256_movemask_ps(ok) != 0xFF) return 0xFF;
 
   // FloatToFixed (the products are exact in single precision here), the
-  // far edges, the cells and the fractions.
+  // far edges and the cells.
   const __m256 scale = _mm256_set1_ps(65536.0f);
   const __m256i y = _mm256_cvttps_epi32(_mm256_mul_ps(lowV, scale));
   const __m256i x = _mm256_cvttps_epi32(_mm256_mul_ps(lowH, scale));
   const __m256i yEnd = _mm256_add_epi32(y, _mm256_cvttps_epi32(_mm256_mul_ps(extV, scale)));
   const __m256i xEnd = _mm256_add_epi32(x, _mm256_cvttps_epi32(_mm256_mul_ps(extH, scale)));
-  const __m256i r0 = _mm256_srai_epi32(y, 16), r1 = _mm256_srai_epi32(yEnd, 16);
-  const __m256i c0 = _mm256_srai_epi32(x, 16), c1 = _mm256_srai_epi32(xEnd, 16);
-  const __m256i lastRow = _mm256_sub_epi32(r1, r0), lastColumn = _mm256_sub_epi32(c1, c0);
+  const __m256i r0 = _mm256_srai_epi32(y, 16), c0 = _mm256_srai_epi32(x, 16);
+  // Edges in 1/256 from the start of the first cell: the near one is the
+  // fraction, the far one (last cell − first cell) × 256 + its fraction.
+  const __m256i fracMask = _mm256_set1_epi32(0xFF);
+  const __m256i top = _mm256_and_si256(_mm256_srai_epi32(y, 8), fracMask);
+  const __m256i left = _mm256_and_si256(_mm256_srai_epi32(x, 8), fracMask);
+  const __m256i bottom = _mm256_sub_epi32(_mm256_srai_epi32(yEnd, 8), _mm256_slli_epi32(r0, 8));
+  const __m256i right = _mm256_sub_epi32(_mm256_srai_epi32(xEnd, 8), _mm256_slli_epi32(c0, 8));
+  const __m256i lastRow = _mm256_srai_epi32(bottom, 8), lastColumn = _mm256_srai_epi32(right, 8);
 
   // covered = width × height as the cut edges see them; the divisors
   // a = covered × 255 and b = area × 255, exact in single precision.
@@ -133,26 +132,25 @@ TARVO_AVX2 uint32_t AreaSampleGroup8(const uint8_t* base, intptr_t stride, int32
   // rows can be read as four pixels from their first column.
   const __m256i minusOne = _mm256_set1_epi32(-1), four = _mm256_set1_epi32(4);
   const __m256i small = _mm256_and_si256(
-      _mm256_and_si256(_mm256_and_si256(_mm256_cmpgt_epi32(r0, minusOne), _mm256_cmpgt_epi32(_mm256_set1_epi32(height), r1)),
-                       _mm256_and_si256(_mm256_cmpgt_epi32(c0, minusOne),
-                                        _mm256_cmpgt_epi32(_mm256_set1_epi32(width - 3), c0))),
+      _mm256_and_si256(_mm256_and_si256(_mm256_cmpgt_epi32(r0, minusOne),
+                                        _mm256_cmpgt_epi32(height, _mm256_add_epi32(r0, lastRow))),
+                       _mm256_and_si256(_mm256_cmpgt_epi32(c0, minusOne), _mm256_cmpgt_epi32(widthLess3, c0))),
       _mm256_and_si256(_mm256_cmpgt_epi32(four, lastColumn), _mm256_cmpgt_epi32(four, lastRow)));
   const uint32_t smallLanes = static_cast<uint32_t>(_mm256_movemask_ps(_mm256_castsi256_ps(small)));
   if (smallLanes == 0) return 0xFF;
 
   // Column weights as 16-bit pairs (w0 w1) and (w2 w3) per lane; row
-  // weights per row.
-  const __m256i fx = Frac8(x), fxEnd = Frac8(xEnd), fy = Frac8(y), fyEnd = Frac8(yEnd);
-  const __m256i w01 = _mm256_or_si256(Weight(0, lastColumn, fx, fxEnd),
-                                      _mm256_slli_epi32(Weight(1, lastColumn, fx, fxEnd), 16));
-  const __m256i w23 = _mm256_or_si256(Weight(2, lastColumn, fx, fxEnd),
-                                      _mm256_slli_epi32(Weight(3, lastColumn, fx, fxEnd), 16));
-  alignas(32) int32_t rowWeight[4][8], rowFirst[8], columnFirst[8], lastRows[8];
-  for (int k = 0; k < 4; ++k) {
-    _mm256_store_si256(reinterpret_cast<__m256i*>(rowWeight[k]), Weight(k, lastRow, fy, fyEnd));
-  }
-  _mm256_store_si256(reinterpret_cast<__m256i*>(rowFirst), r0);
-  _mm256_store_si256(reinterpret_cast<__m256i*>(columnFirst), c0);
+  // weights per row; each box's first byte (offsets stay below 2^29:
+  // rows and columns below 2^15, strides below 2^14).
+  const __m256i w01 = _mm256_or_si256(Weight(0, left, right), _mm256_slli_epi32(Weight(1, left, right), 16));
+  const __m256i w23 = _mm256_or_si256(Weight(2, left, right), _mm256_slli_epi32(Weight(3, left, right), 16));
+  alignas(32) int32_t rowWeight[4][8], offset[8], lastRows[8];
+  _mm256_store_si256(reinterpret_cast<__m256i*>(rowWeight[0]), Weight(0, top, bottom));
+  _mm256_store_si256(reinterpret_cast<__m256i*>(rowWeight[1]), Weight(1, top, bottom));
+  _mm256_store_si256(reinterpret_cast<__m256i*>(rowWeight[2]), Weight(2, top, bottom));
+  _mm256_store_si256(reinterpret_cast<__m256i*>(rowWeight[3]), Weight(3, top, bottom));
+  _mm256_store_si256(reinterpret_cast<__m256i*>(offset),
+                     _mm256_add_epi32(_mm256_mullo_epi32(r0, _mm256_set1_epi32(stride)), _mm256_slli_epi32(c0, 2)));
   _mm256_store_si256(reinterpret_cast<__m256i*>(lastRows), lastRow);
 
   const __m256i order = _mm256_setr_epi8(0, 1, 8, 9, 2, 3, 10, 11, 4, 5, 12, 13, 6, 7, 14, 15,  //
@@ -170,8 +168,8 @@ TARVO_AVX2 uint32_t AreaSampleGroup8(const uint8_t* base, intptr_t stride, int32
     const __m256i weightsB =
         _mm256_blend_epi32(_mm256_permutevar8x32_epi32(w01, laneB), _mm256_permutevar8x32_epi32(w23, laneB), 0xF0);
     const __m256i rowLanes = _mm256_blend_epi32(laneA, laneB, 0xF0);
-    const uint8_t* rowA = base + stride * rowFirst[la] + 4 * static_cast<intptr_t>(columnFirst[la]);
-    const uint8_t* rowB = base + stride * rowFirst[lb] + 4 * static_cast<intptr_t>(columnFirst[lb]);
+    const uint8_t* rowA = base + offset[la];
+    const uint8_t* rowB = base + offset[lb];
     const int32_t lastA = lastRows[la], lastB = lastRows[lb];
     const int32_t rows = (lastA > lastB ? lastA : lastB) + 1;
 
@@ -205,6 +203,22 @@ TARVO_AVX2 uint32_t AreaSampleGroup8(const uint8_t* base, intptr_t stride, int32
   // Lanes 2..5 hold pixels 4, 5, 2, 3.
   const uint32_t written = (smallLanes & 0xC3u) | ((smallLanes & 0x0Cu) << 2) | ((smallLanes & 0x30u) >> 2);
   return ~written & 0xFFu;
+}
+
+}  // namespace
+
+TARVO_AVX2 void AreaSampleGroups(const uint8_t* base, intptr_t stride, int32_t height, int32_t width,
+                                 const float* up, const float* lo, int32_t groups, PF_Pixel* out, uint8_t* rest) {
+  if (stride <= -(1 << 14) || stride >= (1 << 14) || height >= (1 << 15) || width >= (1 << 15)) {
+    for (int32_t g = 0; g < groups; ++g) rest[g] = 0xFF;
+    return;
+  }
+  const __m256 heightF = _mm256_set1_ps(static_cast<float>(height)), widthF = _mm256_set1_ps(static_cast<float>(width));
+  const __m256i heightV = _mm256_set1_epi32(height), widthLess3 = _mm256_set1_epi32(width - 3);
+  for (int32_t g = 0; g < groups; ++g) {
+    rest[g] = static_cast<uint8_t>(Group(base, static_cast<int32_t>(stride), heightF, widthF, heightV, widthLess3,
+                                         up + 16 * g, lo + 16 * g, out + 8 * g));
+  }
 }
 
 }  // namespace tarvo::avx2

@@ -11,15 +11,16 @@ namespace tarvo {
 namespace avx2 {
 
 #ifdef TARVO_SAMPLER_AVX2
-// Pixels k .. k + 7 of an area-sampled row, k's corners at up[0..3] and
-// lo[0..3] as in AreaSampleSpan (18 floats are read from each line). Writes
-// every pixel whose box lies inside the image, starts at least four columns
-// before its right edge and is at most four columns and four rows tall;
-// returns a bit per pixel (bit p for pixel k + p) it did not write. When a
-// box is outside the integer path's limits nothing is written and 0xFF is
-// returned.
-uint32_t AreaSampleGroup8(const uint8_t* base, intptr_t stride, int32_t height, int32_t width, const float* up,
-                          const float* lo, PF_Pixel* out);
+// Groups of eight pixels of an area-sampled row: pixels 8g .. 8g + 7 for g
+// below groups, pixel k's corners at up[2k..2k + 3] and lo[2k..2k + 3] as
+// in AreaSampleSpan (8 × groups + 1 points are read from each line). Writes
+// every pixel whose box lies inside the image, starts at least four
+// columns before its right edge and is at most four columns and four rows
+// tall. rest[g] gets a bit per pixel of group g (bit p for pixel 8g + p)
+// that was not written; 0xFF when a box of the group is outside the
+// integer path's limits.
+void AreaSampleGroups(const uint8_t* base, intptr_t stride, int32_t height, int32_t width, const float* up,
+                      const float* lo, int32_t groups, PF_Pixel* out, uint8_t* rest);
 #endif
 
 }  // namespace avx2
