@@ -99,7 +99,7 @@ TEST_F(Pinning, OutOfMemoryReportsAndKeepsNothing) {
   EXPECT_EQ(stats->liveBlocks, live);
 }
 
-TEST_F(Pinning, HeldPointsRampsAndFreeAxes) {
+TEST_F(Pinning, HeldPointsAndRamps) {
   ASSERT_TRUE(CreatePinProfiles(1, 101, 101));  // Pin Edges
   WriteRow(0, 0, 100, 7.3f, -5.2f);
   WriteRow(50, 76, 100, 3.0f, -4.0f);  // row 50 is free; the span starts at column 76
@@ -115,19 +115,6 @@ TEST_F(Pinning, HeldPointsRampsAndFreeAxes) {
   EXPECT_EQ(map.At(50, 100).row, static_cast<float>(50 * pin + 53.0 * keep));
   EXPECT_EQ(map.At(50, 76).column, 72.0f);  // the ramp starts at 0
   EXPECT_EQ(map.At(50, 75).row, -1.0f);     // outside the span: untouched
-
-  ASSERT_TRUE(CreatePinProfiles(4, 101, 101));  // Pin Left: rows are free
-  WriteRow(0, 0, 100, 2.0f, 2.0f);
-  PinSourceMap(map);
-  EXPECT_EQ(map.At(0, 0).column, 0.0f);
-  EXPECT_EQ(map.At(0, 0).row, 0.0f);
-  EXPECT_EQ(map.At(0, 60).column, 62.0f);
-  EXPECT_EQ(map.At(0, 60).row, 2.0f);
-  ASSERT_TRUE(CreatePinProfiles(5, 101, 101));  // Pin Top: columns are free
-  WriteRow(60, 0, 100, 2.0f, 2.0f);
-  PinSourceMap(map);
-  EXPECT_EQ(map.At(60, 0).column, 2.0f);
-  EXPECT_EQ(map.At(60, 0).row, 62.0f);
 }
 
 TEST_F(Pinning, UnwrittenRowsMissingOrShortProfilesAndAStop) {

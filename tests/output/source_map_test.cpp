@@ -8,7 +8,7 @@
 namespace tarvo {
 namespace {
 
-TEST(SourceMap, BuffersAreClearedFreedAndAllOrNothing) {
+TEST(SourceMap, BuffersAndRowSpans) {
   testing::Picture src(6, 4);
   const RenderSetup setup{&src.image, 6, 4, kSampleBilinear, {0, 0, 0, 0}};
   AllocStats& stats = *PluginAllocStats();
@@ -38,12 +38,9 @@ TEST(SourceMap, BuffersAreClearedFreedAndAllOrNothing) {
   for (const auto& [rows, cols] : {std::pair{100000, 100000}, {16384, 16384}, {0, 5}, {5, -1}})
     EXPECT_FALSE(SourceMap(rows, cols, setup).ok) << rows << "x" << cols;
   EXPECT_EQ(stats.allocCount, before);
-}
 
-TEST(SourceMap, RowSpansOfAtLeastOneColumnInsideTheMap) {
-  testing::Picture src(6, 4);
-  SourceMap map(5, 7, RenderSetup{&src.image, 6, 4, kSampleArea, {0, 0, 0, 0}});
-  ASSERT_TRUE(map.ok);
+  // Spans of at least one column, on rows inside the map.
+  SourceMap map(5, 7, setup);
   map.SetRowSpan(2, 3, 5);
   EXPECT_EQ(map.rowWritten[2], 1);
   EXPECT_EQ(map.rowFirst[2], 3);

@@ -20,22 +20,25 @@ TEST(RendererSetup, StretchAngleRoundsHalfAwayAndNormalisesInto0To359) {
   EXPECT_TRUE(nan >= 0 && nan < 360);
 }
 
+// On a 640 × 480 frame; the shifts are the buffer columns of the centre's
+// reflections.
 TEST(RendererSetup, CentreRoundedHalfAwayAndClampedFromAboveOnly) {
-  Inputs in;
-  in.centreRow = 479.5f, in.centreCol = 700.2f;
-  Rendered beyond(640, 480, in);
-  EXPECT_EQ(beyond->centreRow, 479);  // 480 clamped to height − 1
-  EXPECT_EQ(beyond->centreCol, 639);
-  EXPECT_EQ(beyond->centreY, 479.5f);
-  EXPECT_EQ(beyond->leftShift, 1);
-  EXPECT_EQ(beyond->rightShift, 1279);
-  in.centreRow = -30.5f, in.centreCol = -5.4f;
-  Rendered before(640, 480, in);
-  EXPECT_EQ(before->centreRow, -31);
-  EXPECT_EQ(before->centreCol, -5);
-  EXPECT_EQ(before->centreY, -30.5f);
-  EXPECT_EQ(before->leftShift, 645);
-  EXPECT_EQ(before->rightShift, 635);
+  const struct {
+    float row, col;
+    int32_t centreRow, centreCol;
+    float centreY;
+    int32_t leftShift, rightShift;
+  } cases[] = {{479.5f, 700.2f, 479, 639, 479.5f, 1, 1279}, {-30.5f, -5.4f, -31, -5, -30.5f, 645, 635}};
+  for (const auto& c : cases) {
+    Inputs in;
+    in.centreRow = c.row, in.centreCol = c.col;
+    Rendered r(640, 480, in);
+    EXPECT_EQ(r->centreRow, c.centreRow);
+    EXPECT_EQ(r->centreCol, c.centreCol);
+    EXPECT_EQ(r->centreY, c.centreY);
+    EXPECT_EQ(r->leftShift, c.leftShift);
+    EXPECT_EQ(r->rightShift, c.rightShift);
+  }
 }
 
 // Radius 50 (outer radius 100) about the middle of a 600 × 600 frame.

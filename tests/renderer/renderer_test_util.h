@@ -2,15 +2,15 @@
 // over a frame in plain memory, and a writer that counts every map write.
 #pragma once
 
-#include "host_call.h"
-#include "test_picture.h"
-
 #include <gtest/gtest.h>
 
 #include <map>
-#include <utility>
 #include <memory>
+#include <utility>
 #include <vector>
+
+#include "host_call.h"
+#include "test_picture.h"
 
 #include "field_spreading.h"
 #include "geometry.h"
@@ -30,17 +30,9 @@ using Frame = testing::Picture;
 
 // The renderer's inputs in source pixels.
 struct Inputs {
-  float centreRow = 0;
-  float centreCol = 0;
-  float waveHeightPx = 0;
-  float angularHeightPx = 0;
-  float degreesPerPixel = 4.5f;
-  float radiusPx = 50;
-  float stretch = 1;
-  float stretchAngle = 0;
-  float phase = 0;
-  int32_t pinMode = 0;
-  int32_t twirl = 0;
+  float centreRow = 0, centreCol = 0, waveHeightPx = 0, angularHeightPx = 0, degreesPerPixel = 4.5f;
+  float radiusPx = 50, stretch = 1, stretchAngle = 0, phase = 0;
+  int32_t pinMode = 0, twirl = 0;
 };
 
 struct Rendered {

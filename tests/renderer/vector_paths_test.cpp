@@ -27,27 +27,22 @@ struct Case {
   uint32_t waveform;
 };
 
+// 36 renderers: three frame sizes, three radii, four twirls; centres
+// inside, near and outside the edges; heights of 0 and not; phases
+// negative and past the first period; every wave shape.
 std::vector<Case> Cases() {
   std::vector<Case> cases;
-  const int sizes[][2] = {{64, 48}, {97, 61}, {200, 30}};
+  const float rowAt[] = {0.5f, 0.2f, 1.3f}, colAt[] = {0.5f, 0.8f, -0.2f, 0.35f}, phases[] = {-200, 35, 700};
   int n = 0;
-  for (const auto& s : sizes) {
-    for (const float radius : {6.0f, 25.0f, 80.0f}) {
+  for (const auto& [w, h] : {std::pair{64, 48}, {97, 61}, {200, 30}})
+    for (const float radius : {6.0f, 25.0f, 80.0f})
       for (const int32_t twirl : {0, 1, 2, 3}) {
         Inputs in;
-        in.centreRow = s[1] * (n % 3 == 0 ? 0.5f : n % 3 == 1 ? 0.2f : 1.3f);
-        in.centreCol = s[0] * (n % 4 == 0 ? 0.5f : n % 4 == 1 ? 0.8f : n % 4 == 2 ? -0.2f : 0.35f);
-        in.radiusPx = radius;
-        in.waveHeightPx = n % 5 == 0 ? 0.0f : 3.5f;
-        in.angularHeightPx = n % 2 == 0 ? 0.0f : 2.25f;
-        in.degreesPerPixel = 2.0f + static_cast<float>(n % 7);
-        in.phase = n % 3 == 0 ? -200.0f : n % 3 == 1 ? 35.0f : 700.0f;
-        in.twirl = twirl;
-        cases.push_back({s[0], s[1], in, static_cast<uint32_t>(n % 24)});
-        ++n;
+        in.centreRow = h * rowAt[n % 3], in.centreCol = w * colAt[n % 4], in.radiusPx = radius, in.twirl = twirl;
+        in.waveHeightPx = n % 5 == 0 ? 0.0f : 3.5f, in.angularHeightPx = n % 2 == 0 ? 0.0f : 2.25f;
+        in.degreesPerPixel = 2.0f + static_cast<float>(n % 7), in.phase = phases[n % 3];
+        cases.push_back({w, h, in, static_cast<uint32_t>(n++ % 24)});
       }
-    }
-  }
   return cases;
 }
 

@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <vector>
+
 #include "chaos.h"
 #include "wave_table.h"
 
@@ -25,12 +27,7 @@ WaveTable Mixed(const WaveTable& a, const WaveTable& b, int32_t w8) {
   return m;
 }
 
-::testing::AssertionResult SameEntries(const WaveTable& a, const WaveTable& b) {
-  for (int k = 0; k < WaveTable::kEntries; ++k)
-    if (a.entries[k] != b.entries[k])
-      return ::testing::AssertionFailure() << "entry " << k << ": " << a.entries[k] << " vs " << b.entries[k];
-  return ::testing::AssertionSuccess();
-}
+std::vector<int32_t> Entries(const WaveTable& t) { return {t.entries, t.entries + WaveTable::kEntries}; }
 
 // Fractions below 0.001 and above 0.999 snap to the whole position;
 // positions outside 1..14 (and not-a-number) are held to the ends.
@@ -44,7 +41,7 @@ TEST(ChaosWave, PositionsPickOrMorphNeighbouringSpectra) {
   for (const auto& c : cases) {
     WaveTable out{};
     BuildChaosWave(out, c.position);
-    EXPECT_TRUE(SameEntries(out, Mixed(Spectrum(c.low), Spectrum(c.high), c.w8))) << c.position;
+    EXPECT_EQ(Entries(out), Entries(Mixed(Spectrum(c.low), Spectrum(c.high), c.w8))) << c.position;
   }
 }
 
@@ -62,7 +59,7 @@ TEST(RippleWave, BlendWeightMixesWaveformAndChaosWave) {
     WaveTable out{}, chaos{};
     BuildRippleWave(out, c.waveform, c.chaos, c.blend);
     BuildChaosWave(chaos, c.chaos);
-    EXPECT_TRUE(SameEntries(out, Mixed(Built(c.waveform), chaos, c.w8))) << c.waveform << " " << c.blend;
+    EXPECT_EQ(Entries(out), Entries(Mixed(Built(c.waveform), chaos, c.w8))) << c.waveform << " " << c.blend;
   }
 }
 
@@ -77,8 +74,8 @@ TEST(Blend, EightBitWeightsHeldToZeroToOne) {
     WaveTable byIndex{}, byTable{};
     BlendWaves(byIndex, kSquare, kSine, c.weight);
     BlendWaveWithTable(byTable, kSquare, sine, c.weight);
-    EXPECT_TRUE(SameEntries(byIndex, Mixed(square, sine, c.w8))) << c.weight;
-    EXPECT_TRUE(SameEntries(byTable, Mixed(square, sine, c.w8))) << c.weight;
+    EXPECT_EQ(Entries(byIndex), Entries(Mixed(square, sine, c.w8))) << c.weight;
+    EXPECT_EQ(Entries(byTable), Entries(Mixed(square, sine, c.w8))) << c.weight;
     EXPECT_EQ(byIndex.built, 0);  // blending does not mark a table built
   }
   // Square −65536 against Sine at 359° (−1143), w8 128: −33339.5 shifts to −33340.
