@@ -155,45 +155,54 @@ TARVO_AVX2_INLINE uint32_t Group(const uint8_t* base, int32_t stride, __m256 hei
 
   const __m256i order = _mm256_setr_epi8(0, 1, 8, 9, 2, 3, 10, 11, 4, 5, 12, 13, 6, 7, 14, 15,  //
                                          0, 1, 8, 9, 2, 3, 10, 11, 4, 5, 12, 13, 6, 7, 14, 15);
-  for (int j = 0; j < 4; ++j) {
-    const uint32_t pair = (smallLanes >> (2 * j)) & 3;
-    if (pair == 0) continue;
-    // A lane whose box is not small borrows its neighbour's box and is not
-    // stored.
-    const int la = pair & 1 ? 2 * j : 2 * j + 1;
-    const int lb = pair & 2 ? 2 * j + 1 : 2 * j;
+  // The pixels of lanes la and lb as eight bytes.
+  auto pair = [&](int la, int lb) __attribute__((target("avx2"), always_inline)) {
     const __m256i laneA = _mm256_set1_epi32(la), laneB = _mm256_set1_epi32(lb);
     const __m256i weightsA =
         _mm256_blend_epi32(_mm256_permutevar8x32_epi32(w01, laneA), _mm256_permutevar8x32_epi32(w23, laneA), 0xF0);
     const __m256i weightsB =
         _mm256_blend_epi32(_mm256_permutevar8x32_epi32(w01, laneB), _mm256_permutevar8x32_epi32(w23, laneB), 0xF0);
     const __m256i rowLanes = _mm256_blend_epi32(laneA, laneB, 0xF0);
-    const uint8_t* rowA = base + offset[la];
-    const uint8_t* rowB = base + offset[lb];
+    const uint8_t* const rowA = base + offset[la];
+    const uint8_t* const rowB = base + offset[lb];
     const int32_t lastA = lastRows[la], lastB = lastRows[lb];
-    const int32_t rows = (lastA > lastB ? lastA : lastB) + 1;
-
-    // Σ over rows of (row sum × row weight) >> 8; a box with fewer rows
-    // than its neighbour rereads its last row with weight 0.
-    __m256i total = _mm256_setzero_si256();
-    for (int32_t i = 0; i < rows; ++i) {
-      const __m256i a = RowHalves(rowA, order, weightsA), b = RowHalves(rowB, order, weightsB);
+    // Σ over rows of (row sum × row weight) >> 8. Every box has a row 1
+    // (of weight 0 past its last row); rows past a box's last one reread
+    // that row with weight 0.
+    auto row = [&](int32_t i) __attribute__((target("avx2"), always_inline)) {
+      const __m256i a = RowHalves(rowA + stride * (i < lastA ? i : lastA), order, weightsA);
+      const __m256i b = RowHalves(rowB + stride * (i < lastB ? i : lastB), order, weightsB);
       const __m256i sums = _mm256_add_epi32(_mm256_permute2x128_si256(a, b, 0x21), _mm256_blend_epi32(a, b, 0xF0));
       const __m256i weight =
           _mm256_permutevar8x32_epi32(_mm256_load_si256(reinterpret_cast<const __m256i*>(rowWeight[i])), rowLanes);
-      total = _mm256_add_epi32(total, _mm256_srli_epi32(_mm256_mullo_epi32(sums, weight), 8));
-      if (i < lastA) rowA += stride;
-      if (i < lastB) rowB += stride;
-    }
+      return _mm256_srli_epi32(_mm256_mullo_epi32(sums, weight), 8);
+    };
+    __m256i total = _mm256_add_epi32(row(0), row(1));
+    const int32_t rows = (lastA > lastB ? lastA : lastB) + 1;
+    for (int32_t i = 2; i < rows; ++i) total = _mm256_add_epi32(total, row(i));
 
     const __m128i channelsA = Normalize(_mm256_castsi256_si128(total), divA[la], divB[la]);
     const __m128i channelsB = Normalize(_mm256_extracti128_si256(total, 1), divA[lb], divB[lb]);
     const __m128i words = _mm_packs_epi32(channelsA, channelsB);
-    const __m128i bytes = _mm_packus_epi16(words, words);
+    return _mm_packus_epi16(words, words);
+  };
+  if (smallLanes == 0xFF) {
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(out + kPixelOfPair[0]), pair(0, 1));
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(out + kPixelOfPair[1]), pair(2, 3));
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(out + kPixelOfPair[2]), pair(4, 5));
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(out + kPixelOfPair[3]), pair(6, 7));
+    return 0;
+  }
+  for (int j = 0; j < 4; ++j) {
+    const uint32_t lanes = (smallLanes >> (2 * j)) & 3;
+    if (lanes == 0) continue;
+    // A lane whose box is not small borrows its neighbour's box and is not
+    // stored.
+    const __m128i bytes = pair(lanes & 1 ? 2 * j : 2 * j + 1, lanes & 2 ? 2 * j + 1 : 2 * j);
     PF_Pixel* const target = out + kPixelOfPair[j];
-    if (pair == 3) {
+    if (lanes == 3) {
       _mm_storel_epi64(reinterpret_cast<__m128i*>(target), bytes);
-    } else if (pair == 1) {
+    } else if (lanes == 1) {
       _mm_storeu_si32(target, bytes);
     } else {
       _mm_storeu_si32(target + 1, _mm_srli_si128(bytes, 4));
