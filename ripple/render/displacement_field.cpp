@@ -7,6 +7,7 @@
 
 #include "call_ops.h"
 #include "field_kernel.h"
+#include "field_simd.h"
 #include "fixed_point.h"
 #include "ripple_renderer.h"
 #include "table_reads.h"
@@ -45,8 +46,8 @@ bool TablesFitSingle(const WaveTable& wave) {
   return FitsSingle(wave.entries, WaveTable::kEntries) && FitsSingle(g_arcTanTable.entries, ArcTanTable::kEntries);
 }
 
-// Whether the current field's tables fit, checked once per field.
-bool g_fieldTablesFitSingle = false;
+// The vector width of the current field, chosen once per field.
+SimdLevel g_fieldSimd = SimdLevel::kScalar;
 
 // (e[i] × (256 − f) + e[i + 1] × f) >> 8 for four indices and fractions,
 // then divided by 65536: the tables' 1/256 interpolation.
@@ -64,6 +65,16 @@ inline __m128 Interpolate4(const int32_t* entries, __m128i index, __m128i frac) 
                                 _mm_mul_ps(e1, _mm_cvtepi32_ps(frac)));
   const __m128i v = _mm_srai_epi32(_mm_cvttps_epi32(sum), 8);
   return _mm_mul_ps(_mm_cvtepi32_ps(v), _mm_set1_ps(1.0f / 65536.0f));
+}
+
+// A table read at four angles t (degrees in 16.16, 0 ≤ t < 2^31): whole
+// degrees reduced to one period by an exact multiply-high quotient.
+inline __m128 ReadReduced4(const int32_t* entries, __m128i t) {
+  const __m128i whole = _mm_srli_epi32(t, 16);
+  const __m128i periods =
+      _mm_srli_epi16(_mm_mulhi_epu16(whole, _mm_set1_epi32(kDegreeQuotientFactor)), kDegreeQuotientShift);
+  const __m128i index = _mm_sub_epi32(whole, _mm_mullo_epi16(periods, _mm_set1_epi32(360)));
+  return Interpolate4(entries, index, _mm_and_si128(_mm_srli_epi32(t, 8), _mm_set1_epi32(255)));
 }
 
 // Two doubles from the low or high pair of four floats, and back.
@@ -109,16 +120,7 @@ bool CircularFour(const FieldKernel& k, float y, double yy, float x, Polar* pola
   const __m128d toDegrees = _mm_set1_pd(kDegreesPerRadian);
   const __m128 a = Narrow(_mm_mul_pd(Low(radians), toDegrees), _mm_mul_pd(High(radians), toDegrees));
 
-  // ReadWave(p): the remainder of one period by an exact double quotient.
-  const __m128i tp = _mm_cvttps_epi32(_mm_mul_ps(p, _mm_set1_ps(65536.0f)));
-  const __m128d period = _mm_set1_pd(static_cast<double>(kWavePeriodFixed));
-  auto remainder = [&](__m128d td) {
-    const __m128d q = _mm_cvtepi32_pd(_mm_cvttpd_epi32(_mm_div_pd(td, period)));
-    return _mm_cvttpd_epi32(_mm_sub_pd(td, _mm_mul_pd(q, period)));
-  };
-  const __m128i r = _mm_unpacklo_epi64(remainder(_mm_cvtepi32_pd(tp)),
-                                       remainder(_mm_cvtepi32_pd(_mm_shuffle_epi32(tp, _MM_SHUFFLE(3, 2, 3, 2)))));
-  const __m128 w = Interpolate4(k.wave, _mm_srai_epi32(r, 16), _mm_and_si128(_mm_srli_epi32(r, 8), _mm_set1_epi32(255)));
+  const __m128 w = ReadReduced4(k.wave, _mm_cvttps_epi32(_mm_mul_ps(p, _mm_set1_ps(65536.0f))));
 
   // Circular(d) in two pairs of lanes.
   const __m128 fades = _mm_cmpgt_ps(d, _mm_set1_ps(k.radiusF));
@@ -250,6 +252,13 @@ bool ReadWaveSigned4(__m128 angles, const int32_t* entries, __m128* values) {
 // fade and the twirl, in two pairs of double lanes. False (nothing written)
 // when a table read leaves what the vector reads cover.
 bool StretchedFour(const FieldKernel& k, __m128 d, __m128 a, bool clampFade, Displacement* disp) {
+  // At or beyond the outer radius d·k ≥ k·outer for any k > 0: every
+  // entry is cut off.
+  if (_mm_movemask_ps(_mm_cmpge_ps(d, _mm_set1_ps(static_cast<float>(k.outer)))) == 15) {
+    _mm_storeu_ps(&disp[0].radial, _mm_setzero_ps());
+    _mm_storeu_ps(&disp[2].radial, _mm_setzero_ps());
+    return true;
+  }
   const __m128d angle = _mm_set1_pd(static_cast<double>(k.angle));
   const __m128d tLow = _mm_sub_pd(Low(a), angle), tHigh = _mm_sub_pd(High(a), angle);
   const __m128d quarter = _mm_set1_pd(90.0);
@@ -275,15 +284,7 @@ bool StretchedFour(const FieldKernel& k, __m128 d, __m128 a, bool clampFade, Dis
   const __m128 p = Narrow(pLow, pHigh);
   const __m128 pInside = _mm_and_ps(_mm_cmpge_ps(p, _mm_setzero_ps()), _mm_cmple_ps(p, _mm_set1_ps(32000.0f)));
   if (_mm_movemask_ps(pInside) != 15) return false;
-  const __m128i tp = _mm_cvttps_epi32(_mm_mul_ps(p, _mm_set1_ps(65536.0f)));
-  const __m128d period = _mm_set1_pd(static_cast<double>(kWavePeriodFixed));
-  auto remainder = [&](__m128d td) {
-    const __m128d q = _mm_cvtepi32_pd(_mm_cvttpd_epi32(_mm_div_pd(td, period)));
-    return _mm_cvttpd_epi32(_mm_sub_pd(td, _mm_mul_pd(q, period)));
-  };
-  const __m128i r = _mm_unpacklo_epi64(remainder(_mm_cvtepi32_pd(tp)),
-                                       remainder(_mm_cvtepi32_pd(_mm_shuffle_epi32(tp, _MM_SHUFFLE(3, 2, 3, 2)))));
-  const __m128 w = Interpolate4(k.wave, _mm_srai_epi32(r, 16), _mm_and_si128(_mm_srli_epi32(r, 8), _mm_set1_epi32(255)));
+  const __m128 w = ReadReduced4(k.wave, _mm_cvttps_epi32(_mm_mul_ps(p, _mm_set1_ps(65536.0f))));
 
   const __m128 nearCentre = _mm_cmpgt_ps(d, _mm_set1_ps(0.1f));
   const __m128d nearMasks[2] = {LowMask(nearCentre), HighMask(nearCentre)};
@@ -358,7 +359,9 @@ int32_t RowLength(double radicand, int32_t limit) {
 void RippleRenderer::ComputeField() {
   const FieldBranch branch = Branch();
 #ifdef TARVO_TABLE_READS_SSE2
-  g_fieldTablesFitSingle = TablesFitSingle(*wave);
+  // The vector paths need tables that interpolate exactly in single
+  // precision.
+  g_fieldSimd = TablesFitSingle(*wave) ? FieldSimd() : SimdLevel::kScalar;
 #endif
   for (int32_t j = 0; j < quadRows; ++j) {
     if (CheckAbort()) {
@@ -391,8 +394,14 @@ void RippleRenderer::ComputeSymmetricRow(int32_t j, FieldBranch branch) {
   float x = static_cast<float>(0.5 + reach.begin);
   if (branch == FieldBranch::kCircular) {
     int32_t i = reach.begin;
+#ifdef TARVO_FIELD_AVX2
+    if (g_fieldSimd == SimdLevel::kAvx2) {
+      i = avx2::CircularRow(kernel, y, yy, i, reach.end, polar, disp);
+      x = static_cast<float>(0.5 + i);
+    }
+#endif
 #ifdef TARVO_TABLE_READS_SSE2
-    if (g_fieldTablesFitSingle) {
+    if (g_fieldSimd >= SimdLevel::kSse2) {
       for (; i + 4 <= reach.end; i += 4, x += 4.0f) {
         if (!CircularFour(kernel, y, yy, x, polar + i, disp + i)) {
           // An angle or ratio outside the tables' plain range: these four
@@ -410,8 +419,14 @@ void RippleRenderer::ComputeSymmetricRow(int32_t j, FieldBranch branch) {
     }
   } else {
     int32_t i = reach.begin;
+#ifdef TARVO_FIELD_AVX2
+    if (g_fieldSimd == SimdLevel::kAvx2) {
+      i = avx2::StretchedRow(kernel, y, yy, i, reach.end, 1, false, polar, disp);
+      x = static_cast<float>(0.5 + i);
+    }
+#endif
 #ifdef TARVO_TABLE_READS_SSE2
-    if (g_fieldTablesFitSingle) {
+    if (g_fieldSimd >= SimdLevel::kSse2) {
       for (; i + 4 <= reach.end; i += 4, x += 4.0f) {
         __m128 d, a;
         const __m128 xs = _mm_add_ps(_mm_set1_ps(x), _mm_setr_ps(0.0f, 1.0f, 2.0f, 3.0f));
@@ -439,8 +454,11 @@ void RippleRenderer::ComputeRotatedRow(int32_t j) {
   Polar* polar = quadrant->polar + quadrant->Index(j, 0);
   Displacement* disp = quadrant->displacement + quadrant->Index(j, 0);
   int32_t c = reach.begin;
+#ifdef TARVO_FIELD_AVX2
+  if (g_fieldSimd == SimdLevel::kAvx2) c = avx2::StretchedRow(kernel, y, yy, c, reach.end, -width, true, polar, disp);
+#endif
 #ifdef TARVO_TABLE_READS_SSE2
-  if (g_fieldTablesFitSingle) {
+  if (g_fieldSimd >= SimdLevel::kSse2) {
     for (; c + 4 <= reach.end; c += 4) {
       // c − 0.5 − width for four columns; exact in single precision.
       const __m128 xs = _mm_setr_ps(static_cast<float>(c - 0.5 - width), static_cast<float>(c + 0.5 - width),

@@ -16,6 +16,7 @@
 
 #include <algorithm>
 
+#include "field_simd.h"
 #include "ripple_renderer.h"
 #include "table_reads.h"
 
@@ -85,8 +86,38 @@ inline bool SpreadFourPoints(const Polar& polar, const Displacement& disp, doubl
 }
 #endif
 
+// Calls run(b, e) for the pieces of begin..end − 1 that the cuts divide it
+// into, in order.
+template <class Run>
+inline void ForEachPiece(int32_t begin, int32_t end, int32_t (&cuts)[4], Run run) {
+  std::sort(cuts, cuts + 4);
+  int32_t b = begin;
+  for (const int32_t cut : cuts) {
+    if (cut > b && cut < end) {
+      run(b, cut);
+      b = cut;
+    }
+  }
+  if (b < end) run(b, end);
+}
+
+// Sinks that hand out the map's rows (the production sink) can be written
+// eight floats at a time.
+template <class Sink>
+constexpr bool kWritesMapRows = requires { Sink::kWritesMapRows; };
+
+// Whether the spreading runs in AVX2 for this sink.
+template <class Sink>
+inline bool SpreadWide() {
+#ifdef TARVO_FIELD_AVX2
+  if constexpr (kWritesMapRows<Sink>) return FieldSimd() == SimdLevel::kAvx2;
+#endif
+  return false;
+}
+
 template <class Sink>
 void SpreadSymmetric(const RippleRenderer& rr, Sink& sink) {
+  [[maybe_unused]] const bool wide = SpreadWide<Sink>();
   const QuadrantField& q = *rr.quadrant;
   const int32_t* sine = g_sineTable.entries;
   const int32_t cc = rr.centreCol;
@@ -106,6 +137,22 @@ void SpreadSymmetric(const RippleRenderer& rr, Sink& sink) {
     const int32_t rBegin = std::max(0, -cc - 1), rEnd = std::min(n, w - cc);
     const int32_t lBegin = std::max(0, cc - w), lEnd = std::min(n, cc + 1);
     const ColumnRange reach = rr.SymmetricReach(j, n);
+#ifdef TARVO_FIELD_AVX2
+    if constexpr (kWritesMapRows<Sink>) {
+      if (wide) {
+        MapPoint* upperRow = up ? sink.RowData(upRow) : nullptr;
+        MapPoint* lowerRow = lo ? sink.RowData(loRow) : nullptr;
+        const Polar* polar = q.polar + q.Index(j, 0);
+        const Displacement* disp = q.displacement + q.Index(j, 0);
+        int32_t cuts[4] = {rBegin, rEnd, lBegin, lEnd};
+        ForEachPiece(reach.begin, reach.end, cuts, [&](int32_t b, int32_t e) {
+          const bool right = b >= rBegin && b < rEnd, left = b >= lBegin && b < lEnd;
+          if (right || left) avx2::SpreadSymmetricRun(polar, disp, b, e, cy, cx, cc, upperRow, lowerRow, right, left);
+        });
+        continue;
+      }
+    }
+#endif
     auto upper = sink.Row(up ? upRow : loRow);
     auto lower = sink.Row(lo ? loRow : upRow);
     const Polar* polar = q.polar + q.Index(j, 0);
@@ -137,6 +184,7 @@ void SpreadSymmetric(const RippleRenderer& rr, Sink& sink) {
 // output, kept so that renders match it pixel for pixel.
 template <class Sink>
 void SpreadRotated(const RippleRenderer& rr, Sink& sink) {
+  [[maybe_unused]] const bool wide = SpreadWide<Sink>();
   const QuadrantField& q = *rr.quadrant;
   const EllipseSpans& spans = *rr.spans;
   const int32_t* sine = g_sineTable.entries;
@@ -156,6 +204,28 @@ void SpreadRotated(const RippleRenderer& rr, Sink& sink) {
     if (!up && !lo) continue;
 
     const ColumnRange reach = rr.RotatedReach(j);
+#ifdef TARVO_FIELD_AVX2
+    if constexpr (kWritesMapRows<Sink>) {
+      if (wide) {
+        // Buffer columns whose upper point, and whose lower point, is written.
+        const int32_t uBegin = uFirst + ls, uEnd = uLast + ls + 1;
+        const int32_t lBegin = rs - lLast, lEnd = rs - lFirst + 1;
+        MapPoint* upperRow = up ? sink.RowData(upRow) : nullptr;
+        MapPoint* lowerRow = lo ? sink.RowData(loRow) : nullptr;
+        const Polar* polar = q.polar + q.Index(j, 0);
+        const Displacement* disp = q.displacement + q.Index(j, 0);
+        int32_t cuts[4] = {uBegin, uEnd, lBegin, lEnd};
+        ForEachPiece(reach.begin, reach.end, cuts, [&](int32_t b, int32_t e) {
+          const bool upPoint = up && b >= uBegin && b < uEnd, loPoint = lo && b >= lBegin && b < lEnd;
+          if (upPoint || loPoint) {
+            avx2::SpreadRotatedRun(polar, disp, b, e, cy, cx, upPoint ? upperRow : nullptr, ls,
+                                   loPoint ? lowerRow : nullptr, rs);
+          }
+        });
+        continue;
+      }
+    }
+#endif
     auto upper = sink.Row(up ? upRow : loRow);
     auto lower = sink.Row(lo ? loRow : upRow);
     const Polar* polar = q.polar + q.Index(j, 0);
@@ -193,8 +263,11 @@ struct SourceMapSink {
     void Put(int32_t column, float r, float c) { row[column] = MapPoint{r, c}; }
   };
 
+  static constexpr bool kWritesMapRows = true;
+
   void Span(int32_t row, int32_t first, int32_t last) { map.SetRowSpan(row, first, last); }
-  Writer Row(int32_t row) { return Writer{map.entries + static_cast<int64_t>(row) * map.cols}; }
+  Writer Row(int32_t row) { return Writer{RowData(row)}; }
+  MapPoint* RowData(int32_t row) { return map.entries + static_cast<int64_t>(row) * map.cols; }
 };
 
 }  // namespace tarvo

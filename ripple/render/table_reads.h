@@ -19,6 +19,19 @@ namespace tarvo {
 // One period of degrees in 16.16.
 constexpr int64_t kWavePeriodFixed = 360 * 65536;
 
+// Whole degrees w of 0..65535 divided by 360 as (w × 46604) >> 24: in
+// vector code a 16-bit multiply-high and a shift, exact over that range.
+constexpr int32_t kDegreeQuotientFactor = 46604;
+constexpr int kDegreeQuotientShift = 8;  // after the multiply-high's 16
+
+constexpr bool DegreeQuotientExact() {
+  for (uint32_t w = 0; w < 65536; ++w) {
+    if (((w * static_cast<uint32_t>(kDegreeQuotientFactor)) >> (16 + kDegreeQuotientShift)) != w / 360) return false;
+  }
+  return true;
+}
+static_assert(DegreeQuotientExact());
+
 // An angle beyond ±32000° (or not finite) in 16.16 after reduction to one
 // period; anything non-finite ends as a defined index through FloatToFixed.
 [[gnu::noinline, gnu::cold]] inline int32_t ReduceLargeAngle(float angle) {

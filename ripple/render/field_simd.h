@@ -1,0 +1,66 @@
+// Which vector width the field and the spreading use, chosen at run time,
+// and the eight-wide (AVX2) row loops. The build itself targets plain
+// SSE2: the AVX2 code is compiled per function with a target attribute and
+// only called when the processor has it. Every width gives the same bits.
+#pragma once
+
+#include <stdint.h>
+
+#include "field_kernel.h"
+#include "ripple_renderer.h"
+#include "source_map.h"
+#include "table_reads.h"
+
+#if defined(TARVO_TABLE_READS_SSE2) && (defined(__x86_64__) || defined(__i386__)) && \
+    (defined(__GNUC__) || defined(__clang__))
+#define TARVO_FIELD_AVX2 1
+#endif
+
+namespace tarvo {
+
+enum class SimdLevel : int32_t {
+  kScalar = 0,  // one entry at a time
+  kSse2 = 1,    // four entries at a time
+  kAvx2 = 2,    // eight entries at a time
+};
+
+// The widest level the processor and the build support, capped by
+// LimitFieldSimd.
+SimdLevel FieldSimd();
+
+// Caps the level (for tests comparing the widths; kAvx2 lifts the cap).
+void LimitFieldSimd(SimdLevel widest);
+
+#ifdef TARVO_FIELD_AVX2
+namespace avx2 {
+
+// Entries begin, begin + 8, ... of a Circular row (horizontal offset
+// 0.5 + i, vertical offset y) while eight more fit before end; returns the
+// first entry not computed. Groups whose table reads leave the vector
+// reads' range are computed one entry at a time.
+int32_t CircularRow(const FieldKernel& k, float y, double yy, int32_t begin, int32_t end, Polar* polar,
+                    Displacement* disp);
+
+// The same for the stretched branches, entry i at horizontal offset
+// (i + columnShift) − 0.5: columnShift 1 in the axis-stretched branch,
+// −width in the rotated one. clampFade raises a negative fade to 0.
+int32_t StretchedRow(const FieldKernel& k, float y, double yy, int32_t begin, int32_t end, int32_t columnShift,
+                     bool clampFade, Polar* polar, Displacement* disp);
+
+// Spreading, entries begin..end − 1 of one quadrant row of a symmetric
+// field: upper and lower are the map rows centreRow − j and
+// centreRow + 1 + j (null when outside the frame); right and left whether
+// the points at columns centreCol + 1 + i and centreCol − i are written.
+void SpreadSymmetricRun(const Polar* polar, const Displacement* disp, int32_t begin, int32_t end, double cy,
+                        double cx, int32_t centreCol, MapPoint* upper, MapPoint* lower, bool right, bool left);
+
+// The same for a rotated field's row: entry c writes upper[c − upperShift]
+// and its reflection lower[lowerShift − c] (each only when its row is not
+// null).
+void SpreadRotatedRun(const Polar* polar, const Displacement* disp, int32_t begin, int32_t end, double cy,
+                      double cx, MapPoint* upper, int32_t upperShift, MapPoint* lower, int32_t lowerShift);
+
+}  // namespace avx2
+#endif
+
+}  // namespace tarvo
