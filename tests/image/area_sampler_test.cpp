@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <limits>
 #include <random>
 
 #include "fixed_point.h"
@@ -50,19 +49,17 @@ TEST(AreaSampler, BoxesWithKnownResults) {
   EXPECT_TRUE(PixelIs(AreaSampleQuad(PixelImage(), 0, 0, 0, 1, 1, 0, 1, 1), 0, 0, 0, 0));
 }
 
+// Only the bounding box counts: all 24 orders of four points.
 TEST(AreaSampler, PointOrderDoesNotMatter) {
   Picture t(6, 5);
   t.Randomize(3);
   std::array<std::array<float, 2>, 4> p{{{1.3f, 2.7f}, {0.4f, 3.9f}, {2.2f, 1.1f}, {1.9f, 2.0f}}};
   std::sort(p.begin(), p.end());
-  const PF_Pixel first = AreaSampleQuad(t.image, p[0][0], p[0][1], p[1][0], p[1][1], p[2][0], p[2][1], p[3][0], p[3][1]);
-  int permutations = 0;
-  do {
-    ++permutations;
-    EXPECT_TRUE(PixelIs(
-        AreaSampleQuad(t.image, p[0][0], p[0][1], p[1][0], p[1][1], p[2][0], p[2][1], p[3][0], p[3][1]), first));
-  } while (std::next_permutation(p.begin(), p.end()));
-  EXPECT_EQ(permutations, 24);
+  auto sample = [&] {
+    return AreaSampleQuad(t.image, p[0][0], p[0][1], p[1][0], p[1][1], p[2][0], p[2][1], p[3][0], p[3][1]);
+  };
+  const PF_Pixel first = sample();
+  while (std::next_permutation(p.begin(), p.end())) EXPECT_TRUE(PixelIs(sample(), first));
 }
 
 // The sampler with 32-bit sums and truncating 8-bit weights, written out
@@ -126,15 +123,11 @@ TEST(AreaSampler, HugeBoxesDoNotWrap) {
   EXPECT_TRUE(PixelIs(SampleBox(big, 0.5f, 0.5f, 899.5f, 1199.5f), 255, 255, 200, 3));
 }
 
-TEST(AreaSampler, NonFiniteAndHugeCoordinatesStayInside) {
+// Not-finite and huge points run through the span tests; here what such
+// boxes give.
+TEST(AreaSampler, HugeBoxesAndEdgesBeyondFixedPoint) {
   Picture t(8, 8);
   t.Fill(PF_Pixel{255, 60, 70, 80});
-  const float nan = std::numeric_limits<float>::quiet_NaN(), inf = std::numeric_limits<float>::infinity();
-  const float cases[][8] = {{nan, nan, nan, nan, nan, nan, nan, nan},
-                            {-inf, -inf, inf, inf, 0, 0, 1, 1},
-                            {-1e9f, -1e9f, 1e9f, 1e9f, 0, 0, 1, 1},
-                            {3e4f, 3e4f, 3e4f + 1, 3e4f + 1, 3e4f, 3e4f, 3e4f, 3e4f}};
-  for (const auto& c : cases) AreaSampleQuad(t.image, c[0], c[1], c[2], c[3], c[4], c[5], c[6], c[7]);  // no fault
   // A box 30,000 rows tall keeps the colour; its alpha is the image's share.
   EXPECT_TRUE(PixelIs(SampleBox(t, -1.5e4f, 0, 1.5e4f, 8), 0, 60, 70, 80));
   // Edges that do not fit 16.16 turn into INT32_MIN: nothing is read.

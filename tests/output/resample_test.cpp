@@ -27,7 +27,8 @@ RenderSetup SetupFor(const Picture& src, int32_t mode) { return RenderSetup{&src
 // Writes every point of row y in [first, last] at its own grid position
 // moved by (dy, dx), and records the span.
 void WriteRow(SourceMap& map, int32_t y, int32_t first, int32_t last, float dy = 0, float dx = 0) {
-  for (int32_t x = first; x <= last; ++x) map.At(y, x) = MapPoint{static_cast<float>(y) + dy, static_cast<float>(x) + dx};
+  for (int32_t x = first; x <= last; ++x)
+    map.At(y, x) = MapPoint{static_cast<float>(y) + dy, static_cast<float>(x) + dx};
   map.SetRowSpan(y, first, last);
 }
 

@@ -70,7 +70,8 @@ TEST(VectorPaths, FieldsMatchThePerEntryKernel) {
           const float x = rotated ? static_cast<float>(i - 0.5 - r->width) : static_cast<float>(0.5 + i);
           const float d = static_cast<float>(sqrt(static_cast<double>(x) * x + static_cast<double>(y) * y));
           const float a = static_cast<float>(FastAtan2(y, x) * kDegreesPerRadian);
-          const Displacement want = branch == FieldBranch::kCircular ? kernel.Circular(d) : kernel.Stretched(d, a, rotated);
+          const Displacement want =
+              branch == FieldBranch::kCircular ? kernel.Circular(d) : kernel.Stretched(d, a, rotated);
           const Polar& p = q.polar[q.Index(j, i)];
           const Displacement& got = q.displacement[q.Index(j, i)];
           ASSERT_TRUE(SameBits(p.distance, d) && SameBits(p.direction, a) && SameBits(got.radial, want.radial) &&
