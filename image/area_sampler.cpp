@@ -18,6 +18,7 @@
 
 #include "area_span_avx2.h"
 #include "fixed_point.h"
+#include "plugin_alloc.h"
 #include "sampler_simd.h"
 
 namespace tarvo {
@@ -185,7 +186,7 @@ PF_Pixel NormalizeSum(const PixelSum& sum, float covered, float area) {
   return out;
 }
 
-PF_Pixel BoxSample(const PixelImage& image, int32_t x, int32_t w, int32_t y, int32_t h, float area) {
+PixelSum BoxSum(const PixelImage& image, int32_t x, int32_t w, int32_t y, int32_t h, AreaSampleCache* cache) {
   PixelSum sum;
   const int32_t imageHeight = image.Height();
   const int32_t imageWidth = image.Width();
@@ -199,15 +200,73 @@ PF_Pixel BoxSample(const PixelImage& image, int32_t x, int32_t w, int32_t y, int
     const int32_t topCut = Frac8(y);
     const int32_t bottomCut = 256 - Frac8(yEnd);
     const ColumnPlan plan = PlanColumns(x, w, imageWidth);
-    RowCursor cursor = image.RowAt(static_cast<int16_t>(first));
-    for (int64_t row = first; row <= last; ++row, cursor.Next()) {
+    auto rowWeight = [&](int64_t row) {
       int32_t weight = 256;
       if (row == r0) weight -= topCut;
       if (row == r1) weight -= bottomCut;
-      if (weight > 0) AccumulateScaled(sum, SumRow(cursor.Pixels(), plan), weight);
+      return weight;
+    };
+    const int64_t columns = (plan.innerEnd - plan.innerFirst) + (plan.leftColumn >= 0) + (plan.rightColumn >= 0);
+    const int64_t cells = (last - first + 1) * columns;
+    if (cache != nullptr && cache->Covers(image, cells)) {
+      // Only the end rows can weigh less than 255; every row between them
+      // weighs 256. Rows of weight 255 or 256 are added unscaled, so they
+      // are summed as one block: Σ over its rows of the column-weighted
+      // row sums, in the same 64-bit arithmetic. An end row of weight
+      // 1..254 is scaled and truncated on its own, as a row at a time does.
+      auto blockSum = [&](int64_t rowA, int64_t rowB) {
+        PixelSum block;
+        uint64_t v[4];
+        const int32_t a = static_cast<int32_t>(rowA), b = static_cast<int32_t>(rowB);
+        if (plan.innerEnd > plan.innerFirst) {
+          cache->RectSum(a, b, plan.innerFirst, plan.innerEnd - 1, v);
+          block.alpha = v[0] << 8;
+          block.red = v[1] << 8;
+          block.green = v[2] << 8;
+          block.blue = v[3] << 8;
+        }
+        auto column = [&](int32_t c, int32_t weight) {
+          if (c < 0) return;
+          cache->RectSum(a, b, c, c, v);
+          const uint64_t wt = weight == 255 ? 256u : static_cast<uint64_t>(static_cast<uint32_t>(weight));
+          block.alpha += v[0] * wt;
+          block.red += v[1] * wt;
+          block.green += v[2] * wt;
+          block.blue += v[3] * wt;
+        };
+        column(plan.leftColumn, plan.leftWeight);
+        column(plan.rightColumn, plan.rightWeight);
+        return block;
+      };
+      int64_t fullFirst = first, fullLast = last;
+      const int32_t firstWeight = rowWeight(first);
+      if (firstWeight < 255) {
+        if (firstWeight > 0) AccumulateScaled(sum, blockSum(first, first), firstWeight);
+        ++fullFirst;
+      }
+      if (last >= fullFirst) {
+        const int32_t lastWeight = rowWeight(last);
+        if (lastWeight < 255) {
+          if (lastWeight > 0) AccumulateScaled(sum, blockSum(last, last), lastWeight);
+          --fullLast;
+        }
+      }
+      if (fullLast >= fullFirst) AccumulateScaled(sum, blockSum(fullFirst, fullLast), 255);
+    } else {
+      RowCursor cursor = image.RowAt(static_cast<int16_t>(first));
+      for (int64_t row = first; row <= last; ++row, cursor.Next()) {
+        const int32_t weight = rowWeight(row);
+        if (weight > 0) AccumulateScaled(sum, SumRow(cursor.Pixels(), plan), weight);
+      }
     }
   }
+  return sum;
+}
 
+PF_Pixel BoxSample(const PixelImage& image, int32_t x, int32_t w, int32_t y, int32_t h, float area,
+                   AreaSampleCache* cache) {
+  const PixelSum sum = BoxSum(image, x, w, y, h, cache);
+  const int64_t yEnd = static_cast<int64_t>(y) + h;
   const int64_t xEnd = static_cast<int64_t>(x) + w;
   const float boxWidth = static_cast<float>(FixedToFloat64(Trunc8(xEnd) - Trunc8(x)));
   const float boxHeight = static_cast<float>(FixedToFloat64(Trunc8(yEnd) - Trunc8(y)));
@@ -216,12 +275,115 @@ PF_Pixel BoxSample(const PixelImage& image, int32_t x, int32_t w, int32_t y, int
 }
 
 PF_Pixel AreaSampleQuad(const PixelImage& image, float p1v, float p1h, float p2v, float p2h, float p3v,
-                        float p3h, float p4v, float p4h) {
+                        float p3h, float p4v, float p4h, AreaSampleCache* cache) {
   const AxisExtent v = QuadAxisExtent(p1v, p2v, p3v, p4v, image.Height());
   const AxisExtent hz = QuadAxisExtent(p1h, p2h, p3h, p4h, image.Width());
   const float area = v.clipped * hz.clipped;
   return BoxSample(image, FloatToFixed(hz.lo), FloatToFixed(hz.extent), FloatToFixed(v.lo), FloatToFixed(v.extent),
-                   area);
+                   area, cache);
+}
+
+// --- Summed-area tables for large boxes ---------------------------------------
+
+namespace {
+
+// Boxes of fewer clipped pixels than this are always summed directly.
+constexpr int64_t kTableMinCells = 256;
+
+// Entry (r, c) holds, per channel, the sum over rows < r and columns < c.
+// T is chosen so that the frame's whole sum (at most 255 × its pixels) fits
+// it; a rectangle's sum from four entries is then exact.
+template <class T>
+void FillTable(const PixelImage& image, T* table) {
+  const int32_t width = image.Width(), height = image.Height();
+  const size_t stride = 4 * (static_cast<size_t>(width) + 1);
+  memset(table, 0, stride * sizeof(T));
+  RowCursor cursor = image.RowAt(0);
+  for (int32_t r = 0; r < height; ++r, cursor.Next()) {
+    const T* above = table + stride * static_cast<size_t>(r);
+    T* entry = table + stride * (static_cast<size_t>(r) + 1);
+    entry[0] = entry[1] = entry[2] = entry[3] = 0;
+    const PF_Pixel* p = cursor.Pixels();
+#ifdef TARVO_AREA_SPAN_SSE2
+    if constexpr (sizeof(T) == 4) {
+      const __m128i zero = _mm_setzero_si128();
+      __m128i run = zero;
+      for (int32_t c = 1; c <= width; ++c, ++p) {
+        int32_t word;
+        memcpy(&word, p, 4);
+        run = _mm_add_epi32(run, _mm_unpacklo_epi16(_mm_unpacklo_epi8(_mm_cvtsi32_si128(word), zero), zero));
+        const __m128i up = _mm_loadu_si128(reinterpret_cast<const __m128i*>(above + 4 * c));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(entry + 4 * c), _mm_add_epi32(up, run));
+      }
+      continue;
+    }
+#endif
+    T a = 0, rd = 0, g = 0, b = 0;
+    for (int32_t c = 1; c <= width; ++c, ++p) {
+      a += p->alpha;
+      rd += p->red;
+      g += p->green;
+      b += p->blue;
+      entry[4 * c] = above[4 * c] + a;
+      entry[4 * c + 1] = above[4 * c + 1] + rd;
+      entry[4 * c + 2] = above[4 * c + 2] + g;
+      entry[4 * c + 3] = above[4 * c + 3] + b;
+    }
+  }
+}
+
+template <class T>
+void TableRect(const T* table, size_t stride, int32_t rowA, int32_t rowB, int32_t colA, int32_t colB,
+               uint64_t out[4]) {
+  const T* top = table + stride * static_cast<size_t>(rowA);
+  const T* bottom = table + stride * (static_cast<size_t>(rowB) + 1);
+  const size_t left = 4 * static_cast<size_t>(colA), right = 4 * (static_cast<size_t>(colB) + 1);
+  for (int k = 0; k < 4; ++k) {
+    out[k] = static_cast<T>(static_cast<T>(bottom[right + k] - bottom[left + k]) -
+                            static_cast<T>(top[right + k] - top[left + k]));
+  }
+}
+
+}  // namespace
+
+AreaSampleCache::~AreaSampleCache() { PluginFree(table_); }
+
+bool AreaSampleCache::Covers(const PixelImage& image, int64_t cells) {
+  if (&image != image_ || cells < kTableMinCells) return false;
+  if (table_ != nullptr) return true;
+  if (failed_) return false;
+  // Building costs about one pass over the frame: worth it once the large
+  // boxes summed directly have cost that much.
+  debt_ += cells;
+  if (debt_ < static_cast<int64_t>(image.Width()) * image.Height()) return false;
+  return Build();
+}
+
+bool AreaSampleCache::Build() {
+  const int64_t width = image_->Width(), height = image_->Height();
+  const int64_t entries = 4 * (width + 1) * (height + 1);
+  wide_ = forceWide_ || 255 * width * height > static_cast<int64_t>(UINT32_MAX);
+  table_ = wide_ ? static_cast<void*>(PluginAllocArray<uint64_t>(entries))
+                 : static_cast<void*>(PluginAllocArray<uint32_t>(entries));
+  if (table_ == nullptr) {
+    failed_ = true;
+    return false;
+  }
+  if (wide_) {
+    FillTable(*image_, static_cast<uint64_t*>(table_));
+  } else {
+    FillTable(*image_, static_cast<uint32_t*>(table_));
+  }
+  return true;
+}
+
+void AreaSampleCache::RectSum(int32_t rowA, int32_t rowB, int32_t colA, int32_t colB, uint64_t out[4]) const {
+  const size_t stride = 4 * (static_cast<size_t>(image_->Width()) + 1);
+  if (wide_) {
+    TableRect(static_cast<const uint64_t*>(table_), stride, rowA, rowB, colA, colB, out);
+  } else {
+    TableRect(static_cast<const uint32_t*>(table_), stride, rowA, rowB, colA, colB, out);
+  }
 }
 
 // --- A row of pixels at a time ------------------------------------------------
@@ -571,7 +733,8 @@ TARVO_HOT_INLINE bool SpanQuad4(const uint8_t* base, intptr_t stride, int32_t im
 }  // namespace
 #endif
 
-void AreaSampleSpan(const PixelImage& image, const float* upper, const float* lower, int32_t count, PF_Pixel* out) {
+void AreaSampleSpan(const PixelImage& image, const float* upper, const float* lower, int32_t count, PF_Pixel* out,
+                    AreaSampleCache* cache) {
 #ifdef TARVO_AREA_SPAN_SSE2
   const int32_t imageHeight = image.Height(), imageWidth = image.Width();
   const SamplerSimd simd = ActiveSamplerSimd();
@@ -585,7 +748,7 @@ void AreaSampleSpan(const PixelImage& image, const float* upper, const float* lo
       const float* up = upper + 2 * k;
       const float* lo = lower + 2 * k;
       if (!SpanPixel(base, stride, imageHeight, imageWidth, size, up, lo, out + k)) {
-        out[k] = AreaSampleQuad(image, up[0], up[1], up[2], up[3], lo[0], lo[1], lo[2], lo[3]);
+        out[k] = AreaSampleQuad(image, up[0], up[1], up[2], up[3], lo[0], lo[1], lo[2], lo[3], cache);
       }
     };
     auto quad = [&](int32_t k) {
@@ -624,7 +787,7 @@ void AreaSampleSpan(const PixelImage& image, const float* upper, const float* lo
   for (int32_t k = 0; k < count; ++k) {
     const float* up = upper + 2 * k;
     const float* lo = lower + 2 * k;
-    out[k] = AreaSampleQuad(image, up[0], up[1], up[2], up[3], lo[0], lo[1], lo[2], lo[3]);
+    out[k] = AreaSampleQuad(image, up[0], up[1], up[2], up[3], lo[0], lo[1], lo[2], lo[3], cache);
   }
 }
 

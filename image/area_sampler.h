@@ -33,11 +33,59 @@ void AddWeighted(PixelSum& sum, const PF_Pixel& pixel, int32_t weight);
 void AddScaled(PixelSum& sum, const PixelSum& row, int32_t weight);
 PixelSum RowBoxSum(const PF_Pixel* row, int32_t x, int32_t w, int32_t width);
 PF_Pixel NormalizeSum(const PixelSum& sum, float covered, float area);
-PF_Pixel BoxSample(const PixelImage& image, int32_t x, int32_t w, int32_t y, int32_t h, float area);
+
+class AreaSampleCache;
+
+// The channel sums of a box, each row's column-weighted sum scaled by its
+// row weight. cache (optional) may answer large boxes of its own image from
+// its tables; the sums are the same either way.
+PixelSum BoxSum(const PixelImage& image, int32_t x, int32_t w, int32_t y, int32_t h,
+                AreaSampleCache* cache = nullptr);
+PF_Pixel BoxSample(const PixelImage& image, int32_t x, int32_t w, int32_t y, int32_t h, float area,
+                   AreaSampleCache* cache = nullptr);
 
 // Points are (vertical, horizontal) pairs: P1.v, P1.h, …, P4.v, P4.h.
 PF_Pixel AreaSampleQuad(const PixelImage& image, float p1v, float p1h, float p2v, float p2h,
-                        float p3v, float p3h, float p4v, float p4h);
+                        float p3v, float p3h, float p4v, float p4h, AreaSampleCache* cache = nullptr);
+
+// Per-render help for very large boxes (with extreme ripples a box can cover
+// the whole frame, making a render cost pixels squared): summed-area tables
+// of one image's four channels, so that such a box costs a few table reads
+// instead of a pass over its pixels. The tables are built on first need,
+// once the large boxes summed directly have cost about as much as building
+// them, and are released with the object; the image must not change while
+// they live. Memory: 16 bytes per pixel (32 on frames of 2^32 / 255 pixels
+// or more, whose sums need 64 bits). When that memory cannot be had, every
+// box is summed directly: the same pixels, only slower.
+class AreaSampleCache {
+ public:
+  explicit AreaSampleCache(const PixelImage& image) : image_(&image) {}
+  ~AreaSampleCache();
+  AreaSampleCache(const AreaSampleCache&) = delete;
+  AreaSampleCache& operator=(const AreaSampleCache&) = delete;
+
+  bool HasTables() const { return table_ != nullptr; }
+  // Tests: 64-bit entries whatever the frame's size.
+  void ForceWideEntries() { forceWide_ = true; }
+
+ private:
+  friend PixelSum BoxSum(const PixelImage&, int32_t, int32_t, int32_t, int32_t, AreaSampleCache*);
+
+  // Whether a box of `cells` clipped pixels of `image` is to be read from
+  // the tables, building them when the time has come.
+  bool Covers(const PixelImage& image, int64_t cells);
+  bool Build();
+  // Σ of each channel (alpha, red, green, blue) over rows rowA..rowB and
+  // columns colA..colB, inclusive.
+  void RectSum(int32_t rowA, int32_t rowB, int32_t colA, int32_t colB, uint64_t out[4]) const;
+
+  const PixelImage* image_;
+  void* table_ = nullptr;  // (height + 1) × (width + 1) entries of 4 channels
+  int64_t debt_ = 0;       // pixels of large boxes summed directly so far
+  bool wide_ = false;      // 64-bit entries, else 32-bit
+  bool forceWide_ = false;
+  bool failed_ = false;    // no memory: never tried again
+};
 
 // count adjacent pixels of one output row, each exactly AreaSampleQuad of
 // its four corners. upper and lower are the two lines of corner points as
@@ -46,6 +94,8 @@ PF_Pixel AreaSampleQuad(const PixelImage& image, float p1v, float p1h, float p2v
 // classic limits take an integer path with the bounding boxes, weights and
 // divisions done a pixel at a time in vector registers; any other box goes
 // through AreaSampleQuad.
-void AreaSampleSpan(const PixelImage& image, const float* upper, const float* lower, int32_t count, PF_Pixel* out);
+// Boxes it does not take go through AreaSampleQuad with cache.
+void AreaSampleSpan(const PixelImage& image, const float* upper, const float* lower, int32_t count, PF_Pixel* out,
+                    AreaSampleCache* cache = nullptr);
 
 }  // namespace tarvo
