@@ -9,8 +9,8 @@
 #  2. compiles the host-interface layout assertions for i686 (tests/abi);
 #  3. builds the module with its test interface and the loader test host for
 #     64-bit Windows and runs the host under wine: LoadLibrary, GetProcAddress,
-#     FindResource, LoadString, the version resource, the commands, forced
-#     allocation failures and a render whose pixels must equal the Linux
+#     FindResource, LoadString, the commands, a forced
+#     allocation failure and a render whose pixels must equal the Linux
 #     build's.
 #
 # Build directories (relative to the repository unless absolute):

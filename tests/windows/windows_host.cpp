@@ -1,7 +1,7 @@
 // Drives the built module through the platform's own loader, as the video
 // host does on Windows: LoadLibrary, GetProcAddress("main"), the property list
-// through FindResource, messages through the module's string table, the
-// version resource, and the commands up to a render.
+// through FindResource, messages through the module's string table, and the
+// commands up to a render.
 //
 //   tarvo_windows_host MODULE EXPECTED_PROPERTY_LIST
 //
@@ -14,7 +14,6 @@
 // (inspect_module.py); here they run once as Windows code.
 #include <stdint.h>
 #include <stdio.h>
-#include <string.h>
 
 #include <fstream>
 #include <iterator>
@@ -71,20 +70,6 @@ void CheckWindowsLoader(const char* path, const std::vector<uint8_t>& expectedLi
   CheckEq(size, 282ul, "size of resource \"PIPL\" 16000, language 0x0409");
   Check(pipl && std::vector<uint8_t>(pipl, pipl + size) == expectedList, "resource bytes equal those generated");
 
-  DWORD ignored = 0;
-  std::vector<uint8_t> info(GetFileVersionInfoSizeA(path, &ignored) + 1);
-  Check(GetFileVersionInfoA(path, 0, static_cast<DWORD>(info.size() - 1), info.data()), "GetFileVersionInfoA");
-  const std::pair<const char*, const char*> texts[] = {{"ProductName", "Tarvo FX Ripple"},
-                                                       {"CompanyName", "Tarvo Effects"},
-                                                       {"OriginalFilename", "TarvoFXRipple.AEX"},
-                                                       {"FileVersion", "3.0.0.0"}};
-  for (auto [name, want] : texts) {
-    char* s = nullptr;
-    UINT l = 0;
-    const std::string key = std::string("\\StringFileInfo\\040904B0\\") + name;
-    const bool found = VerQueryValueA(info.data(), key.c_str(), reinterpret_cast<void**>(&s), &l) && s;
-    CheckEq(found ? std::string(s, strnlen(s, l)) : "(missing)", want, name);
-  }
   FreeLibrary(h);
 }
 #endif
