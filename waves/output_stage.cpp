@@ -22,6 +22,7 @@
 #include "bilinear_avx2.h"
 #include "call_ops.h"
 #include "fixed_point.h"
+#include "pin_avx2.h"
 #include "plugin_alloc.h"
 
 namespace tarvo {
@@ -260,10 +261,16 @@ void AddZeroRange(MapPoint* p, int32_t first, int32_t end) {
 void PinRow(int32_t y, MapPoint* p, int32_t first, int32_t last, const PinWeight* columnWeight,
             const PinWeight& rowWeight, const FreeRuns& runs) {
   const bool rowFree = IsFree(rowWeight);
+#ifdef TARVO_SAMPLER_AVX2
+  const bool avx2Pins = ActiveSamplerSimd() == SamplerSimd::kAvx2;
+#endif
   // A free pull leaves a coordinate as coordinate + 0, and a real pull
   // gives the same whether or not that was done first. Points first .. end
   // − 1 outside the profile's free runs:
   auto pinSome = [&](int32_t from, int32_t end) {
+#ifdef TARVO_SAMPLER_AVX2
+    if (avx2Pins) from = avx2::PinPoints(y, p, from, end, columnWeight, rowWeight, true, rowFree);
+#endif
 #ifdef TARVO_OUTPUT_SSE2
     const PinPair row = Widen(rowWeight);
     __m128d grid = _mm_setr_pd(static_cast<double>(y), static_cast<double>(from));
@@ -300,14 +307,18 @@ void PinRow(int32_t y, MapPoint* p, int32_t first, int32_t last, const PinWeight
     if (rowFree) {
       AddZeroRange(p, runBegin, runEnd);
     } else {
+      int32_t c = runBegin;
+#ifdef TARVO_SAMPLER_AVX2
+      if (avx2Pins) c = avx2::PinPoints(y, p, c, runEnd, columnWeight, rowWeight, false, false);
+#endif
 #ifdef TARVO_OUTPUT_SSE2
       const PinPair w = Widen(rowWeight);
-      __m128d grid = _mm_setr_pd(static_cast<double>(y), static_cast<double>(runBegin));
-      for (int32_t c = runBegin; c < runEnd; ++c, grid = _mm_add_pd(grid, _mm_setr_pd(0.0, 1.0))) {
+      __m128d grid = _mm_setr_pd(static_cast<double>(y), static_cast<double>(c));
+      for (; c < runEnd; ++c, grid = _mm_add_pd(grid, _mm_setr_pd(0.0, 1.0))) {
         PinPoint(grid, p[c], w);
       }
 #else
-      for (int32_t c = runBegin; c < runEnd; ++c) PinPoint(y, c, p[c], rowWeight);
+      for (; c < runEnd; ++c) PinPoint(y, c, p[c], rowWeight);
 #endif
     }
     x = runEnd;
@@ -594,7 +605,6 @@ void ResampleOutput(SourceMap& map, PixelImage& destination, int32_t mode) {
 
   RowCursor dstRow = destination.RowAt(0);
   RowCursor srcRow = src->RowAt(0);
-  AreaSampleCache areaCache(*src);  // tables for very large boxes, freed on every return
   for (int32_t y = 0; y < rowCount; ++y, dstRow.Next(), srcRow.Next()) {
     if (CheckAbort()) {
       map.aborted = 1;
@@ -621,8 +631,7 @@ void ResampleOutput(SourceMap& map, PixelImage& destination, int32_t mode) {
     const MapPoint* lower = upper + map.cols;
     if (mode == kSampleArea) {
       if (sampleEnd > spanFirst) {
-        AreaSampleSpan(*src, &upper[spanFirst].row, &lower[spanFirst].row, sampleEnd - spanFirst, out + spanFirst,
-                       &areaCache);
+        AreaSampleSpan(*src, &upper[spanFirst].row, &lower[spanFirst].row, sampleEnd - spanFirst, out + spanFirst);
       }
     } else if (setup.samplingMode == kSampleBilinear) {
       BilinearRow(setup, upper, spanFirst, sampleEnd, out);

@@ -222,5 +222,49 @@ TEST(SimdPaths, BilinearRowsAreTheSameAtEveryWidth) {
   }
 }
 
+// Pinning at every width, every pin mode, bit for bit: points anywhere,
+// with signed zeros, NaN, infinities and huge values among them, rows
+// written over part of their columns.
+TEST(SimdPaths, PinnedMapsAreTheSameAtEveryWidth) {
+  if (!HaveAvx2()) GTEST_SKIP() << "no AVX2 on this processor";
+  tarvo::testing::HostCall call;
+  const float specials[] = {-0.0f, 0.0f, std::numeric_limits<float>::quiet_NaN(),
+                            -std::numeric_limits<float>::infinity(), 3e38f, -1e-40f};
+  std::mt19937 rng(5);
+  for (const int w : {3, 16, 37}) {
+    const int h = 13;
+    RenderSetup setup{nullptr, w, h, kSampleArea, PF_Pixel{0, 0, 0, 0}};
+    for (int mode = 0; mode <= 10; ++mode) {
+      ASSERT_TRUE(CreatePinProfiles(mode, h + 1, w + 1));
+      std::vector<std::vector<MapPoint>> results;
+      const uint32_t seed = rng();
+      AtEachWidth([&](SamplerSimd) {
+        SourceMap map(h + 1, w + 1, setup);
+        ASSERT_TRUE(map.ok);
+        std::mt19937 local(seed);  // the same points at every width
+        std::uniform_real_distribution<float> jitter(-3.0f, 3.0f);
+        std::uniform_int_distribution<int> pick(0, 11), col(0, w);
+        for (int y = 0; y <= h; ++y) {
+          for (int x = 0; x <= w; ++x) {
+            MapPoint q{float(y) + jitter(local), float(x) + jitter(local)};
+            const int k = pick(local);
+            if (k < 6) (k & 1 ? q.row : q.column) = specials[k];
+            map.At(y, x) = q;
+          }
+          const int a = col(local), b = col(local);
+          if (y % 5 != 4) map.SetRowSpan(y, std::min(a, b), std::max(a, b));
+        }
+        PinSourceMap(map);
+        results.emplace_back(&map.At(0, 0), &map.At(0, 0) + size_t(h + 1) * (w + 1));
+      });
+      FreePinProfiles();
+      for (size_t r = 1; r < results.size(); ++r) {
+        ASSERT_EQ(memcmp(results[0].data(), results[r].data(), results[0].size() * sizeof(MapPoint)), 0)
+            << "width " << w << ", pin mode " << mode << ", level " << r;
+      }
+    }
+  }
+}
+
 }  // namespace
 }  // namespace tarvo
