@@ -67,6 +67,17 @@ inline __m128 Interpolate4(const int32_t* entries, __m128i index, __m128i frac) 
   return _mm_mul_ps(_mm_cvtepi32_ps(v), _mm_set1_ps(1.0f / 65536.0f));
 }
 
+// The arctangent table at four positions s of 0 < s ≤ 400 (the ratio in
+// table steps). At s = 400, a ratio of 1, the table's last entry is read
+// as entry 399 with the full weight on its successor.
+inline __m128 ReadArcTan4(__m128 s) {
+  const __m128i fixedS = _mm_cvttps_epi32(_mm_mul_ps(s, _mm_set1_ps(65536.0f)));
+  const __m128i index = _mm_srai_epi32(fixedS, 16);
+  const __m128i atEnd = _mm_cmpeq_epi32(index, _mm_set1_epi32(ArcTanTable::kEntries - 1));
+  const __m128i frac = _mm_srli_epi32(_mm_and_si128(fixedS, _mm_set1_epi32(0xFFFF)), 8);
+  return Interpolate4(g_arcTanTable.entries, _mm_add_epi32(index, atEnd), _mm_sub_epi32(frac, _mm_slli_epi32(atEnd, 8)));
+}
+
 // A table read at four angles t (degrees in 16.16, 0 ≤ t < 2^31): whole
 // degrees reduced to one period by an exact multiply-high quotient.
 inline __m128 ReadReduced4(const int32_t* entries, __m128i t) {
@@ -100,9 +111,9 @@ bool CircularFour(const FieldKernel& k, float y, double yy, float x, Polar* pola
   const __m128d offset = _mm_set1_pd(t.offset), invStep = _mm_set1_pd(t.invStep);
   const __m128 s = Narrow(_mm_mul_pd(_mm_add_pd(Low(ratio), offset), invStep),
                           _mm_mul_pd(_mm_add_pd(High(ratio), offset), invStep));
-  // The plain range of ArcTanTable reads: 0 < s < 400.
+  // The range of the vector ArcTanTable reads: 0 < s ≤ 400.
   const __m128 sInside = _mm_and_ps(_mm_cmpgt_ps(s, _mm_setzero_ps()),
-                                    _mm_cmplt_ps(s, _mm_set1_ps(static_cast<float>(ArcTanTable::kEntries - 1))));
+                                    _mm_cmple_ps(s, _mm_set1_ps(static_cast<float>(ArcTanTable::kEntries - 1))));
 
   // The wave's phase angle, read plainly for 0 ≤ p ≤ 32000.
   const __m128d dpp = _mm_set1_pd(k.degreesPerPixel), phase = _mm_set1_pd(k.phase);
@@ -110,9 +121,7 @@ bool CircularFour(const FieldKernel& k, float y, double yy, float x, Polar* pola
   const __m128 pInside = _mm_and_ps(_mm_cmpge_ps(p, _mm_setzero_ps()), _mm_cmple_ps(p, _mm_set1_ps(32000.0f)));
   if (_mm_movemask_ps(_mm_and_ps(sInside, pInside)) != 15) return false;
 
-  const __m128i fixedS = _mm_cvttps_epi32(_mm_mul_ps(s, _mm_set1_ps(65536.0f)));
-  const __m128 atanT = Interpolate4(t.entries, _mm_srai_epi32(fixedS, 16),
-                                    _mm_srli_epi32(_mm_and_si128(fixedS, _mm_set1_epi32(0xFFFF)), 8));
+  const __m128 atanT = ReadArcTan4(s);
   const __m128 steep = _mm_cmpgt_ps(ys, xs);
   const __m128d halfPi = _mm_set1_pd(1.5707963705062866);
   const __m128 fromAxis = Narrow(_mm_sub_pd(halfPi, Low(atanT)), _mm_sub_pd(halfPi, High(atanT)));
@@ -213,11 +222,9 @@ bool PolarFour(float y, double yy, __m128 xs, __m128* distance, __m128* directio
   const __m128 s = Narrow(_mm_mul_pd(_mm_add_pd(Low(ratio), offset), invStep),
                           _mm_mul_pd(_mm_add_pd(High(ratio), offset), invStep));
   const __m128 sInside = _mm_and_ps(_mm_cmpgt_ps(s, _mm_setzero_ps()),
-                                    _mm_cmplt_ps(s, _mm_set1_ps(static_cast<float>(ArcTanTable::kEntries - 1))));
+                                    _mm_cmple_ps(s, _mm_set1_ps(static_cast<float>(ArcTanTable::kEntries - 1))));
   if (_mm_movemask_ps(_mm_and_ps(sInside, _mm_cmpgt_ps(ax, _mm_setzero_ps()))) != 15) return false;
-  const __m128i fixedS = _mm_cvttps_epi32(_mm_mul_ps(s, _mm_set1_ps(65536.0f)));
-  const __m128 atanT = Interpolate4(t.entries, _mm_srai_epi32(fixedS, 16),
-                                    _mm_srli_epi32(_mm_and_si128(fixedS, _mm_set1_epi32(0xFFFF)), 8));
+  const __m128 atanT = ReadArcTan4(s);
   // r = π/2 − T when y > |x|, else T; then π − r for a negative x; all in
   // double before the single-precision result.
   const __m128 steep = _mm_cmpgt_ps(ys, ax);

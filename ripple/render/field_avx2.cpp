@@ -33,11 +33,22 @@ TARVO_AVX2 inline __m256d HiMask(__m256 m) {
 }
 TARVO_AVX2 inline __m256d Select(__m256d mask, __m256d yes, __m256d no) { return _mm256_blendv_pd(no, yes, mask); }
 
+// Lanes 0, 1, 4, 5, 2, 3, 6, 7 in order.
+TARVO_AVX2 inline __m256 InOrder(__m256 v) {
+  return _mm256_castpd_ps(_mm256_permute4x64_pd(_mm256_castps_pd(v), 0xD8));
+}
+
 // (e[i] × (256 − f) + e[i + 1] × f) >> 8, then divided by 65536; exact in
 // single precision for entries of at most 2^16 (checked once per field).
 TARVO_AVX2 inline __m256 Interpolate(const int32_t* entries, __m256i index, __m256i frac) {
-  const __m256 e0 = _mm256_cvtepi32_ps(_mm256_i32gather_epi32(reinterpret_cast<const int*>(entries), index, 4));
-  const __m256 e1 = _mm256_cvtepi32_ps(_mm256_i32gather_epi32(reinterpret_cast<const int*>(entries + 1), index, 4));
+  // Entries i and i + 1 as one 64-bit element: half the elements that two
+  // 32-bit gathers would fetch.
+  const auto* pairs = reinterpret_cast<const long long*>(entries);
+  const __m256 low = _mm256_castsi256_ps(_mm256_i32gather_epi64(pairs, _mm256_castsi256_si128(index), 4));
+  const __m256 high = _mm256_castsi256_ps(_mm256_i32gather_epi64(pairs, _mm256_extracti128_si256(index, 1), 4));
+  // Even and odd halves, lanes 0, 1, 4, 5, 2, 3, 6, 7 put back in order.
+  const __m256 e0 = _mm256_cvtepi32_ps(_mm256_castps_si256(InOrder(_mm256_shuffle_ps(low, high, 0x88))));
+  const __m256 e1 = _mm256_cvtepi32_ps(_mm256_castps_si256(InOrder(_mm256_shuffle_ps(low, high, 0xDD))));
   const __m256 sum = _mm256_add_ps(_mm256_mul_ps(e0, _mm256_cvtepi32_ps(_mm256_sub_epi32(_mm256_set1_epi32(256), frac))),
                                    _mm256_mul_ps(e1, _mm256_cvtepi32_ps(frac)));
   const __m256i v = _mm256_srai_epi32(_mm256_cvttps_epi32(sum), 8);
@@ -81,7 +92,7 @@ TARVO_AVX2 inline void StorePairs(float* out, __m256 first, __m256 second) {
 }
 
 // The arctangent table read at ratios 0..1 of eight lanes; false when a
-// ratio leaves the table's plain range.
+// ratio leaves the table's range.
 TARVO_AVX2 inline bool ArcTan(__m256 ratio, __m256* radians) {
   const ArcTanTable& t = g_arcTanTable;
   const __m256d offset = _mm256_set1_pd(t.offset), invStep = _mm256_set1_pd(t.invStep);
@@ -89,11 +100,15 @@ TARVO_AVX2 inline bool ArcTan(__m256 ratio, __m256* radians) {
                           _mm256_mul_pd(_mm256_add_pd(Hi(ratio), offset), invStep));
   const __m256 inside =
       _mm256_and_ps(_mm256_cmp_ps(s, _mm256_setzero_ps(), _CMP_GT_OQ),
-                    _mm256_cmp_ps(s, _mm256_set1_ps(static_cast<float>(ArcTanTable::kEntries - 1)), _CMP_LT_OQ));
+                    _mm256_cmp_ps(s, _mm256_set1_ps(static_cast<float>(ArcTanTable::kEntries - 1)), _CMP_LE_OQ));
   if (_mm256_movemask_ps(inside) != 0xFF) return false;
   const __m256i fixedS = _mm256_cvttps_epi32(_mm256_mul_ps(s, _mm256_set1_ps(65536.0f)));
-  *radians = Interpolate(t.entries, _mm256_srai_epi32(fixedS, 16),
-                         _mm256_srli_epi32(_mm256_and_si256(fixedS, _mm256_set1_epi32(0xFFFF)), 8));
+  // At s = 400 (a ratio of 1) the last entry, read as entry 399 with the
+  // full weight on its successor.
+  const __m256i index = _mm256_srai_epi32(fixedS, 16);
+  const __m256i atEnd = _mm256_cmpeq_epi32(index, _mm256_set1_epi32(ArcTanTable::kEntries - 1));
+  const __m256i frac = _mm256_srli_epi32(_mm256_and_si256(fixedS, _mm256_set1_epi32(0xFFFF)), 8);
+  *radians = Interpolate(t.entries, _mm256_add_epi32(index, atEnd), _mm256_sub_epi32(frac, _mm256_slli_epi32(atEnd, 8)));
   return true;
 }
 
