@@ -32,10 +32,9 @@ TARVO_AVX2_INLINE void Round(__m256d lo, __m256d hi, double* out) {
   _mm256_store_pd(out + 4, _mm256_cvtps_pd(_mm256_cvtpd_ps(hi)));
 }
 
-}  // namespace
-
-TARVO_AVX2 uint32_t BilinearGroup8(const uint8_t* base, intptr_t stride, int32_t height, int32_t width,
-                                   const float* points, PF_Pixel background, PF_Pixel* out) {
+// One group of eight points; returns the bits of the points not written.
+TARVO_AVX2_INLINE uint32_t Group(const uint8_t* base, intptr_t stride, int32_t height, int32_t width,
+                                 const float* points, PF_Pixel background, PF_Pixel* out) {
   // Rows and columns of points 0..7 in order.
   const __m256 a = _mm256_loadu_ps(points), b = _mm256_loadu_ps(points + 8);
   const __m256 row = _mm256_castpd_ps(
@@ -99,6 +98,16 @@ TARVO_AVX2 uint32_t BilinearGroup8(const uint8_t* base, intptr_t stride, int32_t
     _mm_storeu_si32(&out[k], bytes);
   }
   return (insideLanes & ~fullLanes) & 0xFFu;
+}
+
+}  // namespace
+
+TARVO_AVX2 void BilinearGroups(const uint8_t* base, intptr_t stride, int32_t height, int32_t width,
+                               const float* points, int32_t groups, PF_Pixel background, PF_Pixel* out,
+                               uint8_t* rest) {
+  for (int32_t g = 0; g < groups; ++g) {
+    rest[g] = static_cast<uint8_t>(Group(base, stride, height, width, points + 16 * g, background, out + 8 * g));
+  }
 }
 
 }  // namespace tarvo::avx2

@@ -11,14 +11,15 @@ namespace tarvo {
 namespace avx2 {
 
 #ifdef TARVO_SAMPLER_AVX2
-// Points points[0..7] as (row, column) float pairs, sampled into out[0..7]
-// as the bilinear row sampler does for a source of height × width pixels
-// (0 ≤ row < height and 0 ≤ column < width, or else the background).
-// Writes the points whose four neighbours all lie inside the source and
-// those outside it; returns a bit per point (bit k for point k) that it did
-// not write: the ones on the source's last row or column.
-uint32_t BilinearGroup8(const uint8_t* base, intptr_t stride, int32_t height, int32_t width, const float* points,
-                        PF_Pixel background, PF_Pixel* out);
+// Groups of eight points, points[16g .. 16g + 15] as (row, column) float
+// pairs for g below groups, sampled into out[8g .. 8g + 7] as the bilinear
+// row sampler does for a source of height × width pixels (0 ≤ row < height
+// and 0 ≤ column < width, or else the background). Writes the points whose
+// four neighbours all lie inside the source and those outside it; rest[g]
+// gets a bit per point of group g (bit k for point 8g + k) that was not
+// written: the ones on the source's last row or column.
+void BilinearGroups(const uint8_t* base, intptr_t stride, int32_t height, int32_t width, const float* points,
+                    int32_t groups, PF_Pixel background, PF_Pixel* out, uint8_t* rest);
 #endif
 
 }  // namespace avx2

@@ -568,10 +568,13 @@ void BilinearRow(const RenderSetup& setup, const MapPoint* p, int32_t first, int
   // Eight points at a time; those on the source's last row or column are
   // left to the loop above.
   if (ActiveSamplerSimd() == SamplerSimd::kAvx2 && height > 0 && width > 0) {
-    for (; x + 8 <= end; x += 8) {
-      for (uint32_t rest = avx2::BilinearGroup8(base, stride, height, width, &p[x].row, background, out + x);
-           rest != 0; rest &= rest - 1) {
-        sample(x + __builtin_ctz(rest));
+    constexpr int32_t kMaxGroups = 256;
+    uint8_t rest[kMaxGroups];
+    while (x + 8 <= end) {
+      const int32_t groups = std::min((end - x) / 8, kMaxGroups);
+      avx2::BilinearGroups(base, stride, height, width, &p[x].row, groups, background, out + x, rest);
+      for (int32_t g = 0; g < groups; ++g, x += 8) {
+        for (uint32_t bits = rest[g]; bits != 0; bits &= bits - 1) sample(x + __builtin_ctz(bits));
       }
     }
   }
