@@ -84,7 +84,7 @@ bool ReadPicture(const std::string& path, Rgba* picture) {
   config.attribute("oiio:UnassociatedAlpha", 1);
   auto in = OIIO::ImageInput::open(path, &config);
   if (!in) return false;
-  const OIIO::ImageSpec& layout = in->spec();
+  const OIIO::ImageSpec layout = in->spec_dimensions(0);
   picture->width = layout.width;
   picture->height = layout.height;
   picture->channels = layout.nchannels;

@@ -203,12 +203,12 @@ bool ReadPng(const std::string& path, RgbaImage* image, std::string* error) {
     *error = path + ": " + buf.geterror();
     return false;
   }
-  const OIIO::ImageSpec& layout = buf.spec();
-  if (layout.nchannels != 4 || layout.format != OIIO::TypeDesc::UINT8) {
+  const OIIO::ROI area = buf.roi();
+  if (buf.nchannels() != 4 || buf.pixeltype() != OIIO::TypeDesc::UINT8) {
     *error = path + ": not an 8-bit RGBA image";
     return false;
   }
-  *image = RgbaImage{layout.width, layout.height, std::vector<uint8_t>(layout.image_bytes())};
+  *image = RgbaImage{area.width(), area.height(), std::vector<uint8_t>(area.npixels() * 4)};
   return buf.get_pixels(buf.roi(), OIIO::TypeDesc::UINT8, image->bytes.data());
 }
 
