@@ -608,6 +608,7 @@ void ResampleOutput(SourceMap& map, PixelImage& destination, int32_t mode) {
 
   RowCursor dstRow = destination.RowAt(0);
   RowCursor srcRow = src->RowAt(0);
+  AreaSampleCache areaCache(*src);  // tables for very large boxes, freed on every return
   for (int32_t y = 0; y < rowCount; ++y, dstRow.Next(), srcRow.Next()) {
     if (CheckAbort()) {
       map.aborted = 1;
@@ -634,7 +635,8 @@ void ResampleOutput(SourceMap& map, PixelImage& destination, int32_t mode) {
     const MapPoint* lower = upper + map.cols;
     if (mode == kSampleArea) {
       if (sampleEnd > spanFirst) {
-        AreaSampleSpan(*src, &upper[spanFirst].row, &lower[spanFirst].row, sampleEnd - spanFirst, out + spanFirst);
+        AreaSampleSpan(*src, &upper[spanFirst].row, &lower[spanFirst].row, sampleEnd - spanFirst, out + spanFirst,
+                       &areaCache);
       }
     } else if (setup.samplingMode == kSampleBilinear) {
       BilinearRow(setup, upper, spanFirst, sampleEnd, out);
