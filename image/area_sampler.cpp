@@ -19,7 +19,7 @@
 #include "area_span_avx2.h"
 #include "fixed_point.h"
 #include "plugin_alloc.h"
-#include "sampler_simd.h"
+#include "simd_level.h"
 
 namespace tarvo {
 namespace {
@@ -737,8 +737,8 @@ void AreaSampleSpan(const PixelImage& image, const float* upper, const float* lo
                     AreaSampleCache* cache) {
 #ifdef TARVO_AREA_SPAN_SSE2
   const int32_t imageHeight = image.Height(), imageWidth = image.Width();
-  const SamplerSimd simd = ActiveSamplerSimd();
-  if (simd != SamplerSimd::kScalar && image.HasPixels() && imageHeight > 0 && imageWidth > 0) {
+  const SimdLevel simd = ActiveSimd();
+  if (simd != SimdLevel::kScalar && image.HasPixels() && imageHeight > 0 && imageWidth > 0) {
     const uint8_t* base = image.BaseAddress();
     const intptr_t stride = image.RowBytes();
     const __m128 size = _mm_setr_ps(static_cast<float>(image.Height()), static_cast<float>(image.Width()), 0.0f, 0.0f);
@@ -757,8 +757,8 @@ void AreaSampleSpan(const PixelImage& image, const float* upper, const float* lo
       }
     };
     int32_t k = 0;
-#ifdef TARVO_SAMPLER_AVX2
-    if (simd == SamplerSimd::kAvx2) {
+#ifdef TARVO_AVX2_PATHS
+    if (simd == SimdLevel::kAvx2) {
       // Up to 256 groups of eight per call; then the pixels they left.
       constexpr int32_t kMaxGroups = 256;
       uint8_t rest[kMaxGroups];

@@ -4,7 +4,7 @@
 // rows summed for two pixels at once (one pixel per 128-bit half).
 #include "area_span_avx2.h"
 
-#ifdef TARVO_SAMPLER_AVX2
+#ifdef TARVO_AVX2_PATHS
 
 #include <immintrin.h>
 

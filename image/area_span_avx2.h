@@ -1,16 +1,16 @@
 // Area sampling eight pixels of a row at a time with AVX2 (only called when
-// the processor has it; see sampler_simd.h).
+// the processor has it; see simd_level.h).
 #pragma once
 
 #include <stdint.h>
 
 #include "pf_pixel.h"
-#include "sampler_simd.h"
+#include "simd_level.h"
 
 namespace tarvo {
 namespace avx2 {
 
-#ifdef TARVO_SAMPLER_AVX2
+#ifdef TARVO_AVX2_PATHS
 // Groups of eight pixels of an area-sampled row: pixels 8g .. 8g + 7 for g
 // below groups, pixel k's corners at up[2k..2k + 3] and lo[2k..2k + 3] as
 // in AreaSampleSpan (8 × groups + 1 points are read from each line). Writes

@@ -5,7 +5,7 @@
 // order: tl × w00 + tr × w01 + bl × w10 + br × w11.
 #include "bilinear_avx2.h"
 
-#ifdef TARVO_SAMPLER_AVX2
+#ifdef TARVO_AVX2_PATHS
 
 #include <immintrin.h>
 #include <string.h>

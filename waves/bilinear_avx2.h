@@ -1,16 +1,16 @@
 // Bilinear point sampling eight map points at a time with AVX2 (only called
-// when the processor has it; see sampler_simd.h).
+// when the processor has it; see simd_level.h).
 #pragma once
 
 #include <stdint.h>
 
 #include "pf_pixel.h"
-#include "sampler_simd.h"
+#include "simd_level.h"
 
 namespace tarvo {
 namespace avx2 {
 
-#ifdef TARVO_SAMPLER_AVX2
+#ifdef TARVO_AVX2_PATHS
 // Groups of eight points, points[16g .. 16g + 15] as (row, column) float
 // pairs for g below groups, sampled into out[8g .. 8g + 7] as the bilinear
 // row sampler does for a source of height × width pixels (0 ≤ row < height

@@ -261,14 +261,14 @@ void AddZeroRange(MapPoint* p, int32_t first, int32_t end) {
 void PinRow(int32_t y, MapPoint* p, int32_t first, int32_t last, const PinWeight* columnWeight,
             const PinWeight& rowWeight, const FreeRuns& runs) {
   const bool rowFree = IsFree(rowWeight);
-#ifdef TARVO_SAMPLER_AVX2
-  const bool avx2Pins = ActiveSamplerSimd() == SamplerSimd::kAvx2;
+#ifdef TARVO_AVX2_PATHS
+  const bool avx2Pins = ActiveSimd() == SimdLevel::kAvx2;
 #endif
   // A free pull leaves a coordinate as coordinate + 0, and a real pull
   // gives the same whether or not that was done first. Points first .. end
   // − 1 outside the profile's free runs:
   auto pinSome = [&](int32_t from, int32_t end) {
-#ifdef TARVO_SAMPLER_AVX2
+#ifdef TARVO_AVX2_PATHS
     if (avx2Pins) from = avx2::PinPoints(y, p, from, end, columnWeight, rowWeight, true, rowFree);
 #endif
 #ifdef TARVO_OUTPUT_SSE2
@@ -308,7 +308,7 @@ void PinRow(int32_t y, MapPoint* p, int32_t first, int32_t last, const PinWeight
       AddZeroRange(p, runBegin, runEnd);
     } else {
       int32_t c = runBegin;
-#ifdef TARVO_SAMPLER_AVX2
+#ifdef TARVO_AVX2_PATHS
       if (avx2Pins) c = avx2::PinPoints(y, p, c, runEnd, columnWeight, rowWeight, false, false);
 #endif
 #ifdef TARVO_OUTPUT_SSE2
@@ -564,10 +564,10 @@ void BilinearRow(const RenderSetup& setup, const MapPoint* p, int32_t first, int
 #endif
   };
   int32_t x = first;
-#ifdef TARVO_SAMPLER_AVX2
+#ifdef TARVO_AVX2_PATHS
   // Eight points at a time; those on the source's last row or column are
   // left to the loop above.
-  if (ActiveSamplerSimd() == SamplerSimd::kAvx2 && height > 0 && width > 0) {
+  if (ActiveSimd() == SimdLevel::kAvx2 && height > 0 && width > 0) {
     constexpr int32_t kMaxGroups = 256;
     uint8_t rest[kMaxGroups];
     while (x + 8 <= end) {

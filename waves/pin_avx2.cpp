@@ -3,7 +3,7 @@
 // stored as single precision after each pull.
 #include "pin_avx2.h"
 
-#ifdef TARVO_SAMPLER_AVX2
+#ifdef TARVO_AVX2_PATHS
 
 #include <immintrin.h>
 

@@ -1,17 +1,17 @@
 // Pinning two map points at a time with AVX2 (only called when the
-// processor has it; see sampler_simd.h).
+// processor has it; see simd_level.h).
 #pragma once
 
 #include <stdint.h>
 
 #include "output_stage.h"
-#include "sampler_simd.h"
+#include "simd_level.h"
 #include "source_map.h"
 
 namespace tarvo {
 namespace avx2 {
 
-#ifdef TARVO_SAMPLER_AVX2
+#ifdef TARVO_AVX2_PATHS
 // Points from .. end − 1 of grid row y (from ≥ 0), while two more fit:
 // each pulled by its column's weight when pullColumns (a free weight there
 // gives coordinate + 0, which the row step absorbs), then by rowWeight, or

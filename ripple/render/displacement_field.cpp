@@ -368,7 +368,7 @@ void RippleRenderer::ComputeField() {
 #ifdef TARVO_TABLE_READS_SSE2
   // The vector paths need tables that interpolate exactly in single
   // precision.
-  g_fieldSimd = TablesFitSingle(*wave) ? FieldSimd() : SimdLevel::kScalar;
+  g_fieldSimd = TablesFitSingle(*wave) ? ActiveSimd() : SimdLevel::kScalar;
 #endif
   for (int32_t j = 0; j < quadRows; ++j) {
     if (CheckAbort()) {

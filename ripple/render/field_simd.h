@@ -1,35 +1,20 @@
-// Which vector width the field and the spreading use, chosen at run time,
-// and the eight-wide (AVX2) row loops. The build itself targets plain
-// SSE2: the AVX2 code is compiled per function with a target attribute and
-// only called when the processor has it. Every width gives the same bits.
+// The eight-wide (AVX2) row loops of the field and the spreading, used when
+// ActiveSimd() allows (simd_level.h). Every width gives the same bits.
 #pragma once
 
 #include <stdint.h>
 
 #include "field_kernel.h"
 #include "ripple_renderer.h"
+#include "simd_level.h"
 #include "source_map.h"
 #include "table_reads.h"
 
-#if defined(TARVO_TABLE_READS_SSE2) && (defined(__x86_64__) || defined(__i386__)) && \
-    (defined(__GNUC__) || defined(__clang__))
+#if defined(TARVO_TABLE_READS_SSE2) && defined(TARVO_AVX2_PATHS)
 #define TARVO_FIELD_AVX2 1
 #endif
 
 namespace tarvo {
-
-enum class SimdLevel : int32_t {
-  kScalar = 0,  // one entry at a time
-  kSse2 = 1,    // four entries at a time
-  kAvx2 = 2,    // eight entries at a time
-};
-
-// The widest level the processor and the build support, capped by
-// LimitFieldSimd.
-SimdLevel FieldSimd();
-
-// Caps the level (for tests comparing the widths; kAvx2 lifts the cap).
-void LimitFieldSimd(SimdLevel widest);
 
 #ifdef TARVO_FIELD_AVX2
 namespace avx2 {

@@ -110,7 +110,7 @@ constexpr bool kWritesMapRows = requires { Sink::kWritesMapRows; };
 template <class Sink>
 inline bool SpreadWide() {
 #ifdef TARVO_FIELD_AVX2
-  if constexpr (kWritesMapRows<Sink>) return FieldSimd() == SimdLevel::kAvx2;
+  if constexpr (kWritesMapRows<Sink>) return ActiveSimd() == SimdLevel::kAvx2;
 #endif
   return false;
 }

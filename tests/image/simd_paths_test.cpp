@@ -16,7 +16,7 @@
 #include "host_call.h"
 #include "output_stage.h"
 #include "pixel_image.h"
-#include "sampler_simd.h"
+#include "simd_level.h"
 #include "source_map.h"
 
 namespace tarvo {
@@ -26,16 +26,16 @@ namespace {
 // lifts the cap afterwards.
 template <class F>
 void AtEachWidth(F f) {
-  const SamplerSimd widest = ActiveSamplerSimd();
-  for (const SamplerSimd s : {SamplerSimd::kScalar, SamplerSimd::kSse2, SamplerSimd::kAvx2}) {
+  const SimdLevel widest = ActiveSimd();
+  for (const SimdLevel s : {SimdLevel::kScalar, SimdLevel::kSse2, SimdLevel::kAvx2}) {
     if (static_cast<int>(s) > static_cast<int>(widest)) break;
-    LimitSamplerSimd(s);
+    LimitSimd(s);
     f(s);
   }
-  LimitSamplerSimd(SamplerSimd::kAvx2);
+  LimitSimd(SimdLevel::kAvx2);
 }
 
-bool HaveAvx2() { return ActiveSamplerSimd() == SamplerSimd::kAvx2; }
+bool HaveAvx2() { return ActiveSimd() == SimdLevel::kAvx2; }
 
 struct Image {
   int w, h;
@@ -57,7 +57,7 @@ struct Image {
 void ExpectSameAtEveryWidth(const Image& img, const std::vector<float>& upper, const std::vector<float>& lower) {
   const int count = static_cast<int>(upper.size() / 2) - 1;
   std::vector<PF_Pixel> want;
-  AtEachWidth([&](SamplerSimd s) {
+  AtEachWidth([&](SimdLevel s) {
     std::vector<PF_Pixel> got(size_t(count), PF_Pixel{7, 7, 7, 7});
     AreaSampleSpan(img.image, upper.data(), lower.data(), count, got.data());
     if (want.empty()) {
@@ -201,7 +201,7 @@ TEST(SimdPaths, BilinearRowsAreTheSameAtEveryWidth) {
       map.SetRowSpan(y, 0, w);
     }
     std::vector<std::vector<PF_Pixel>> results;
-    AtEachWidth([&](SamplerSimd) {
+    AtEachWidth([&](SimdLevel) {
       std::vector<PF_Pixel> out(size_t(w) * h, PF_Pixel{9, 9, 9, 9});
       PixelImage dst;
       dst.Wrap(int16_t(w), int16_t(h), w * 4, out.data(), AllRows);
@@ -238,7 +238,7 @@ TEST(SimdPaths, PinnedMapsAreTheSameAtEveryWidth) {
       ASSERT_TRUE(CreatePinProfiles(mode, h + 1, w + 1));
       std::vector<std::vector<MapPoint>> results;
       const uint32_t seed = rng();
-      AtEachWidth([&](SamplerSimd) {
+      AtEachWidth([&](SimdLevel) {
         SourceMap map(h + 1, w + 1, setup);
         ASSERT_TRUE(map.ok);
         std::mt19937 local(seed);  // the same points at every width

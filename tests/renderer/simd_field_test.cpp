@@ -22,8 +22,8 @@ using rendertest::Rendered;
 
 // Restores the widest level when a test ends.
 struct SimdLimit {
-  explicit SimdLimit(SimdLevel level) { LimitFieldSimd(level); }
-  ~SimdLimit() { LimitFieldSimd(SimdLevel::kAvx2); }
+  explicit SimdLimit(SimdLevel level) { LimitSimd(level); }
+  ~SimdLimit() { LimitSimd(SimdLevel::kAvx2); }
 };
 
 struct Result {
@@ -69,7 +69,7 @@ bool SameBits(const std::vector<float>& a, const std::vector<float>& b) {
 TEST(SimdField, EveryWidthGivesTheSameFieldAndMap) {
   {
     SimdLimit limit(SimdLevel::kAvx2);
-    if (FieldSimd() != SimdLevel::kAvx2) GTEST_SKIP() << "no AVX2 on this processor";
+    if (ActiveSimd() != SimdLevel::kAvx2) GTEST_SKIP() << "no AVX2 on this processor";
   }
   struct Stretch {
     float stretch, angle;
