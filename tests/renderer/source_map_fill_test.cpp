@@ -20,7 +20,9 @@ enum Expect { kWholeFrame, kSpans, kNothing };
 void ExpectWrites(const RippleRenderer& rr, const CountingSink& sink, Expect expect) {
   EXPECT_EQ(sink.outside, 0);
   EXPECT_EQ(sink.repeatedSpans, 0);
-  if (expect == kNothing) EXPECT_TRUE(sink.spans.empty());
+  if (expect == kNothing) {
+    EXPECT_TRUE(sink.spans.empty());
+  }
   for (int32_t r = 0; r <= rr.height; ++r) {
     const auto it = sink.spans.find(r);
     if (expect == kWholeFrame) {
@@ -65,8 +67,12 @@ TEST(Spread, WhichGridPointsAreWrittenAndHowOften) {
                                       << c.stretch);
     const CountingSink sink = rendertest::Spread(*r);
     ExpectWrites(*r, sink, c.expect);
-    if (c.w == 90 && c.radius == 10) EXPECT_EQ(sink.spans.at(30), std::make_pair(0, 19));  // √(20² − 0.5²)
-    if (c.w == 640 && c.stretch == 1) EXPECT_EQ(std::make_pair(r->quadRows, r->quadCols), std::make_pair(241, 321));
+    if (c.w == 90 && c.radius == 10) {
+      EXPECT_EQ(sink.spans.at(30), std::make_pair(0, 19));  // √(20² − 0.5²)
+    }
+    if (c.w == 640 && c.stretch == 1) {
+      EXPECT_EQ(std::make_pair(r->quadRows, r->quadCols), std::make_pair(241, 321));
+    }
   }
 }
 
