@@ -5,8 +5,9 @@
 #   scripts/bench.sh                 whole renders (6 cases x 3 sizes) and the
 #                                    stage breakdown at 1920x1080
 #   scripts/bench.sh --all-stages    the stage breakdown at every size
-#   scripts/bench.sh --jobs          also a 48-frame sequence at --jobs 1 and 2
-#                                    (hyperfine; wants an otherwise idle machine)
+#   scripts/bench.sh --jobs          also 48-frame sequences (640x480 and
+#                                    1920x1080) at --jobs 1 and 2 (hyperfine;
+#                                    wants an otherwise idle machine)
 #   scripts/bench.sh --digest MODULE hashes renders over a parameter sweep with
 #                                    MODULE and with the built module and
 #                                    compares them (byte-identity of a speed-up)
@@ -68,14 +69,18 @@ if ((runJobs)); then
   seq="$out/seq"
   mkdir -p "$seq"
   cli="$build/bin/tarvo-ripple"
-  hyperfine --warmup 1 --runs "$reps" --export-json "$out/jobs.json" \
-    "$cli --demo $seq/f_%03d.png --frames 0-47 --quiet --jobs 1" \
-    "$cli --demo $seq/f_%03d.png --frames 0-47 --quiet --jobs 2"
-  python3 - "$out/jobs.json" <<'PY'
+  # 48 frames of the test picture at two sizes: the start-up (the image
+  # library's initialisation, before the workers fork) weighs more at 640x480.
+  for size in 640x480 1920x1080; do
+    hyperfine --warmup 1 --runs "$reps" --export-json "$out/jobs_$size.json" \
+      "$cli --demo $seq/f_%03d.png --size $size --frames 0-47 --quiet --jobs 1" \
+      "$cli --demo $seq/f_%03d.png --size $size --frames 0-47 --quiet --jobs 2" >/dev/null
+    python3 - "$out/jobs_$size.json" "$size" <<'PY'
 import json, sys
 r = json.load(open(sys.argv[1]))["results"]
 one, two = r[0]["median"], r[1]["median"]
-print(f"sequence of 48 frames: --jobs 1 {one:.3f} s, --jobs 2 {two:.3f} s, speed-up {one / two:.2f}x")
+print(f"48 frames at {sys.argv[2]}: --jobs 1 {one:.3f} s, --jobs 2 {two:.3f} s, speed-up {one / two:.2f}x")
 PY
+  done
   rm -rf "$seq"
 fi
