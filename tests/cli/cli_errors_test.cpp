@@ -108,6 +108,7 @@ TEST(CliErrors, OneLineExitTwoAndNoFileForEachBadCommand) {
       {{"in.png", "out.png", "--time", "1.5"}, 2, "--time \"1.5\" is not a whole number", "out.png"},
       {{"in.png", "out.png", "--time-scale", "0"}, 2, "--time-scale 0 is outside 1 to 4294967295", "out.png"},
       {{"in.png", "out.png", "--jobs", "0"}, 2, "--jobs 0 is outside 1 to 64", "out.png"},
+      {{"in.png", "out.png", "--png-compression", "10"}, 2, "--png-compression 10 is outside 0 to 9", "out.png"},
       {{"in.png", "out.png", "--radius"}, 2, "--radius: 1 required VALUE missing (see --help)", "out.png"},
       {{"in.png"}, 2, "give INPUT and OUTPUT, --demo OUTPUT or --list-params (see --help)", ""},
       {{"in.png", "out.png", "--json"}, 2, "--json goes with --list-params", "out.png"},

@@ -3,6 +3,8 @@
 // numbers, channel layouts and formats, sequences and worker processes.
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "cli_support.h"
 #include "fixed_point.h"
 
@@ -129,6 +131,10 @@ TEST(CliRender, DefaultsInEveryFormatTheOutputExtensionNames) {
     EXPECT_EQ(r.err + r.out, "");
     EXPECT_TRUE(SamePixels(Output(dir + "/" + out), expected)) << out;
   }
+  // The PNG level changes the file, never the pixels.
+  ASSERT_EQ(RunCli({"in.tif", "stored.png", "--png-compression", "0"}, dir).exitCode, 0);
+  EXPECT_TRUE(SamePixels(Output(dir + "/stored.png"), expected));
+  EXPECT_GT(std::filesystem::file_size(dir + "/stored.png"), std::filesystem::file_size(dir + "/out.png"));
   // JPEG holds no alpha: three channels, colour only roughly kept.
   ASSERT_EQ(RunCli({"in.tif", "out.jpg"}, dir).exitCode, 0);
   Rgba jpeg;
