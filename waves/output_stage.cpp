@@ -213,31 +213,7 @@ void PinByRow(int32_t y, int32_t x, MapPoint& p) {
 
 namespace {
 
-// The profile's runs of free entries, found once per pass; at most kMaxRuns
-// of them (profiles of the effect have two at most), else none is used.
-struct FreeRuns {
-  static constexpr int kMaxRuns = 8;
-  int32_t begin[kMaxRuns];
-  int32_t end[kMaxRuns];
-  int count = 0;
-  bool usable = false;
-
-  FreeRuns(const PinWeight* profile, int32_t n) {
-    for (int32_t x = 0; x < n;) {
-      if (!IsFree(profile[x])) {
-        ++x;
-        continue;
-      }
-      const int32_t runBegin = x;
-      while (x < n && IsFree(profile[x])) ++x;
-      if (count == kMaxRuns) return;
-      begin[count] = runBegin;
-      end[count] = x;
-      ++count;
-    }
-    usable = true;
-  }
-};
+using FreeRuns = PinFreeRuns;
 
 // coordinate + 0 for the points first .. end − 1: only −0 (to +0) and NaN
 // (quietened) can change, so only blocks holding one are written.
@@ -328,18 +304,49 @@ void PinRow(int32_t y, MapPoint* p, int32_t first, int32_t last, const PinWeight
 
 }  // namespace
 
+PinFreeRuns::PinFreeRuns(const PinWeight* profile, int32_t n) {
+  for (int32_t x = 0; x < n;) {
+    if (!IsFree(profile[x])) {
+      ++x;
+      continue;
+    }
+    const int32_t runBegin = x;
+    while (x < n && IsFree(profile[x])) ++x;
+    if (count == kMaxRuns) return;
+    begin[count] = runBegin;
+    end[count] = x;
+    ++count;
+  }
+  usable = true;
+}
+
+MapRowPinner::MapRowPinner(SourceMap& map)
+    : map_(map),
+      active_(map.ok && g_pinColumns != nullptr && g_pinRows != nullptr),
+      runs_(g_pinColumns, active_ ? g_pinColumnCount : 0) {}
+
+void MapRowPinner::PinWritten(int32_t y) const {
+  if (!active_ || !map_.rowWritten[y] || y >= g_pinRowCount) return;
+  const int32_t first = std::max(map_.rowFirst[y], 0);
+  const int32_t last = std::min({map_.rowLast[y], map_.cols - 1, g_pinColumnCount - 1});
+  PinRow(y, &map_.At(y, 0), first, last, g_pinColumns, g_pinRows[y], runs_);
+}
+
 void PinSourceMap(SourceMap& map) {
   if (map.aborted || !map.ok) return;
-  const bool haveProfiles = g_pinColumns != nullptr && g_pinRows != nullptr;
-  const FreeRuns runs(g_pinColumns, haveProfiles ? g_pinColumnCount : 0);
+  const MapRowPinner pinner(map);
   for (int32_t y = 0; y < map.rows; ++y) {
     map.aborted = CheckAbort() ? 1 : 0;
     if (map.aborted) return;
-    if (!map.rowWritten[y] || !haveProfiles || y >= g_pinRowCount) continue;
+    pinner.PinWritten(y);
+  }
+}
 
-    const int32_t first = std::max(map.rowFirst[y], 0);
-    const int32_t last = std::min({map.rowLast[y], map.cols - 1, g_pinColumnCount - 1});
-    PinRow(y, &map.At(y, 0), first, last, g_pinColumns, g_pinRows[y], runs);
+void CheckPinStops(SourceMap& map) {
+  if (map.aborted || !map.ok) return;
+  for (int32_t y = 0; y < map.rows; ++y) {
+    map.aborted = CheckAbort() ? 1 : 0;
+    if (map.aborted) return;
   }
 }
 

@@ -22,8 +22,40 @@ bool CreatePinProfiles(int32_t pinMode, int32_t rows, int32_t columns);
 void FillPinProfile(int32_t shape, int32_t n, PinWeight* profile);
 void FreePinProfiles();
 void PinSourceMap(SourceMap& map);
+// PinSourceMap's stop checks alone, one per map row, for maps whose rows
+// were pinned as they were written.
+void CheckPinStops(SourceMap& map);
 void PinByColumn(int32_t y, int32_t x, MapPoint& p);
 void PinByRow(int32_t y, int32_t x, MapPoint& p);
+
+// The column profile's runs of free entries, found once per pass; at most
+// kMaxRuns of them (profiles of the effect have two at most), else none is
+// used.
+struct PinFreeRuns {
+  static constexpr int kMaxRuns = 8;
+  int32_t begin[kMaxRuns];
+  int32_t end[kMaxRuns];
+  int count = 0;
+  bool usable = false;
+
+  PinFreeRuns(const PinWeight* profile, int32_t n);
+};
+
+// Pins map rows one at a time, each left exactly as PinSourceMap leaves it,
+// so that a row can be pinned while it is still in cache just after it was
+// written. Valid while the pin profiles of the render exist.
+class MapRowPinner {
+ public:
+  explicit MapRowPinner(SourceMap& map);
+  // Row y, once its span and points are all written; an unwritten row is
+  // left alone.
+  void PinWritten(int32_t y) const;
+
+ private:
+  SourceMap& map_;
+  bool active_;
+  PinFreeRuns runs_;
+};
 
 void ResampleOutput(SourceMap& map, PixelImage& destination, int32_t mode);
 void SampleMapPoint(const RenderSetup& setup, const MapPoint& p, PF_Pixel& out);

@@ -2,8 +2,14 @@
 
 namespace tarvo {
 
-void RippleRenderer::SpreadField() {
-  SourceMapSink sink{*sourceMap};
+void RippleRenderer::SpreadField(bool pinRows) {
+  if (!pinRows) {
+    SourceMapSink sink{*sourceMap};
+    SpreadFieldTo(*this, sink);
+    return;
+  }
+  const MapRowPinner pinner(*sourceMap);
+  SourceMapSink sink{*sourceMap, &pinner};
   SpreadFieldTo(*this, sink);
 }
 

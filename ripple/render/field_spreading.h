@@ -10,6 +10,8 @@
 // The Sink receives the spans and the points:
 //   void Span(int32_t row, int32_t first, int32_t last);
 //   Writer Row(int32_t row);   // Writer::Put(int32_t column, float row, float column)
+// and, if it has one, void RowFinished(int32_t row) once the row's last
+// point is written (each row is written within one quadrant row).
 #pragma once
 
 #include <stdint.h>
@@ -17,6 +19,7 @@
 #include <algorithm>
 
 #include "field_simd.h"
+#include "output_stage.h"
 #include "ripple_renderer.h"
 #include "table_reads.h"
 
@@ -106,6 +109,15 @@ inline void ForEachPiece(int32_t begin, int32_t end, int32_t (&cuts)[4], Run run
 template <class Sink>
 constexpr bool kWritesMapRows = requires { Sink::kWritesMapRows; };
 
+// Tells a sink that wants to know that the rows of a quadrant row are done.
+template <class Sink>
+inline void FinishRows(Sink& sink, bool up, int32_t upRow, bool lo, int32_t loRow) {
+  if constexpr (requires { sink.RowFinished(upRow); }) {
+    if (up) sink.RowFinished(upRow);
+    if (lo) sink.RowFinished(loRow);
+  }
+}
+
 // Whether the spreading runs in AVX2 for this sink.
 template <class Sink>
 inline bool SpreadWide() {
@@ -149,6 +161,7 @@ void SpreadSymmetric(const RippleRenderer& rr, Sink& sink) {
           const bool right = b >= rBegin && b < rEnd, left = b >= lBegin && b < lEnd;
           if (right || left) avx2::SpreadSymmetricRun(polar, disp, b, e, cy, cx, cc, upperRow, lowerRow, right, left);
         });
+        FinishRows(sink, up, upRow, lo, loRow);
         continue;
       }
     }
@@ -174,6 +187,7 @@ void SpreadSymmetric(const RippleRenderer& rr, Sink& sink) {
     }
 #endif
     for (; i < reach.end; ++i) general(i);
+    FinishRows(sink, up, upRow, lo, loRow);
   }
 }
 
@@ -222,6 +236,7 @@ void SpreadRotated(const RippleRenderer& rr, Sink& sink) {
                                    loPoint ? lowerRow : nullptr, rs);
           }
         });
+        FinishRows(sink, up, upRow, lo, loRow);
         continue;
       }
     }
@@ -242,6 +257,7 @@ void SpreadRotated(const RippleRenderer& rr, Sink& sink) {
       if (upPoint) upper.Put(upCol, static_cast<float>(cy - rp * s), static_cast<float>(cx + rp * co));
       if (loPoint) lower.Put(loCol, static_cast<float>(cy + rp * s), static_cast<float>(cx - rp * co));
     }
+    FinishRows(sink, up, upRow, lo, loRow);
   }
 }
 
@@ -254,9 +270,11 @@ void SpreadFieldTo(const RippleRenderer& rr, Sink& sink) {
   }
 }
 
-// The production sink: writes straight into the source map.
+// The production sink: writes straight into the source map and, given a
+// pinner, pins each row as soon as it is finished.
 struct SourceMapSink {
   SourceMap& map;
+  const MapRowPinner* pinner = nullptr;
 
   struct Writer {
     MapPoint* row;
@@ -268,6 +286,9 @@ struct SourceMapSink {
   void Span(int32_t row, int32_t first, int32_t last) { map.SetRowSpan(row, first, last); }
   Writer Row(int32_t row) { return Writer{RowData(row)}; }
   MapPoint* RowData(int32_t row) { return map.entries + static_cast<int64_t>(row) * map.cols; }
+  void RowFinished(int32_t row) {
+    if (pinner != nullptr) pinner->PinWritten(row);
+  }
 };
 
 }  // namespace tarvo

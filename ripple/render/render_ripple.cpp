@@ -79,8 +79,10 @@ void RenderRipple(const PixelImage& source, PixelImage& destination, float waveH
   if (!renderer.ready) {
     ReportOutOfMemory();
   } else if (!renderer.aborted) {
-    renderer.SpreadField();
-    if (pinMode != 0) PinSourceMap(*renderer.sourceMap);
+    // Rows are pinned while still in cache; the host is then asked about
+    // stopping once per map row, as the pinning pass would.
+    renderer.SpreadField(pinMode != 0);
+    if (pinMode != 0) CheckPinStops(*renderer.sourceMap);
     ResampleOutput(*renderer.sourceMap, destination, mode);
   }
   FreePinProfiles();

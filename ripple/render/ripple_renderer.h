@@ -133,7 +133,8 @@ struct RippleRenderer {
   void ComputeField();
 
   // Writes every displaced grid point the field reaches into the source map.
-  void SpreadField();
+  // pinRows: pin each map row by the pin profiles as soon as it is written.
+  void SpreadField(bool pinRows = false);
 
   // Whether quadrant row j's upper (centreRow − j) and lower
   // (centreRow + 1 + j) map rows lie inside the frame.
