@@ -15,10 +15,17 @@
 #include "field_spreading.h"
 #include "geometry.h"
 #include "ripple_renderer.h"
+#include "simd_level.h"
 #include "source_map.h"
 #include "wave_table.h"
 
 namespace tarvo::rendertest {
+
+// Caps the vector width for one scope, then restores the widest.
+struct SimdLimit {
+  explicit SimdLimit(SimdLevel level) { LimitSimd(level); }
+  ~SimdLimit() { LimitSimd(SimdLevel::kAvx2); }
+};
 
 inline void BuildTables() {
   g_arcTanTable.Build();

@@ -16,11 +16,7 @@ namespace {
 
 using rendertest::Inputs;
 using rendertest::Rendered;
-
-struct SimdLimit {
-  explicit SimdLimit(SimdLevel level) { LimitSimd(level); }
-  ~SimdLimit() { LimitSimd(SimdLevel::kAvx2); }
-};
+using rendertest::SimdLimit;
 
 std::vector<uint8_t> SpreadAndPin(int w, int h, const Inputs& in, bool eager) {
   Rendered r(w, h, in);

@@ -19,12 +19,7 @@ namespace {
 
 using rendertest::Inputs;
 using rendertest::Rendered;
-
-// Restores the widest level when a test ends.
-struct SimdLimit {
-  explicit SimdLimit(SimdLevel level) { LimitSimd(level); }
-  ~SimdLimit() { LimitSimd(SimdLevel::kAvx2); }
-};
+using rendertest::SimdLimit;
 
 struct Result {
   std::vector<float> field;  // the computed entries: distance, direction, radial, angular
