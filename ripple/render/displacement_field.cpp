@@ -93,6 +93,29 @@ inline __m128d Low(__m128 v) { return _mm_cvtps_pd(v); }
 inline __m128d High(__m128 v) { return _mm_cvtps_pd(_mm_movehl_ps(v, v)); }
 inline __m128 Narrow(__m128d low, __m128d high) { return _mm_movelh_ps(_mm_cvtpd_ps(low), _mm_cvtpd_ps(high)); }
 
+// The angular displacement of two entries at distances dd, in degrees as the
+// twirl makes it: no twirl divides radians by the distance (a zero stays the
+// same zero, within 0.1 of the centre it is 0: near is then clear), the
+// others scale by the twirl and grow with the distance.
+inline __m128d Twirl(const FieldKernel& k, __m128d angular, __m128d dd, __m128d near, bool anyAngular) {
+  const __m128d ts = _mm_set1_pd(k.twirlScale);
+  switch (k.twirl) {
+    case 0: {
+      const __m128d v = anyAngular ? _mm_div_pd(_mm_mul_pd(angular, _mm_set1_pd(kDegreesPerRadian)), dd) : angular;
+      return _mm_and_pd(near, v);
+    }
+    case 1:
+      return _mm_mul_pd(angular, ts);
+    case 2:
+      return _mm_mul_pd(_mm_mul_pd(angular, ts), _mm_mul_pd(_mm_set1_pd(k.twirlGrowth), dd));
+    default: {
+      const __m128d g = _mm_mul_pd(_mm_set1_pd(k.twirlGrowth), dd);
+      return _mm_mul_pd(_mm_mul_pd(angular, ts), _mm_mul_pd(g, g));
+    }
+  }
+}
+
+
 // Four entries of the Circular branch at x, x + 1, x + 2, x + 3, in the
 // same arithmetic as CircularOne: single-precision steps in four lanes,
 // double-precision steps in two pairs. False (nothing written) when a
@@ -165,28 +188,7 @@ bool CircularFour(const FieldKernel& k, float y, double yy, float x, Polar* pola
   __m128d turned[2];
   for (int h = 0; h < 2; ++h) {
     const __m128d dd = h == 0 ? Low(d) : High(d);
-    const __m128d ts = _mm_set1_pd(k.twirlScale);
-    switch (k.twirl) {
-      case 0: {
-        const __m128d near = nearMasks[h];
-        // A zero stays the same zero; within 0.1 of the centre it is 0.
-        const __m128d v =
-            anyAngular ? _mm_div_pd(_mm_mul_pd(angular[h], _mm_set1_pd(kDegreesPerRadian)), dd) : angular[h];
-        turned[h] = _mm_and_pd(near, v);
-        break;
-      }
-      case 1:
-        turned[h] = _mm_mul_pd(angular[h], ts);
-        break;
-      case 2:
-        turned[h] = _mm_mul_pd(_mm_mul_pd(angular[h], ts), _mm_mul_pd(_mm_set1_pd(k.twirlGrowth), dd));
-        break;
-      default: {
-        const __m128d g = _mm_mul_pd(_mm_set1_pd(k.twirlGrowth), dd);
-        turned[h] = _mm_mul_pd(_mm_mul_pd(angular[h], ts), _mm_mul_pd(g, g));
-        break;
-      }
-    }
+    turned[h] = Twirl(k, angular[h], dd, nearMasks[h], anyAngular);
   }
   const __m128 radialF = Narrow(radial[0], radial[1]);
   const __m128 turnedF = Narrow(turned[0], turned[1]);
@@ -316,26 +318,7 @@ bool StretchedFour(const FieldKernel& k, __m128 d, __m128 a, bool clampFade, Dis
   __m128d turned[2];
   for (int h = 0; h < 2; ++h) {
     const __m128d dd = h == 0 ? Low(d) : High(d);
-    const __m128d ts = _mm_set1_pd(k.twirlScale);
-    switch (k.twirl) {
-      case 0: {
-        const __m128d v =
-            anyAngular ? _mm_div_pd(_mm_mul_pd(angular[h], _mm_set1_pd(kDegreesPerRadian)), dd) : angular[h];
-        turned[h] = _mm_and_pd(nearMasks[h], v);
-        break;
-      }
-      case 1:
-        turned[h] = _mm_mul_pd(angular[h], ts);
-        break;
-      case 2:
-        turned[h] = _mm_mul_pd(_mm_mul_pd(angular[h], ts), _mm_mul_pd(_mm_set1_pd(k.twirlGrowth), dd));
-        break;
-      default: {
-        const __m128d g = _mm_mul_pd(_mm_set1_pd(k.twirlGrowth), dd);
-        turned[h] = _mm_mul_pd(_mm_mul_pd(angular[h], ts), _mm_mul_pd(g, g));
-        break;
-      }
-    }
+    turned[h] = Twirl(k, angular[h], dd, nearMasks[h], anyAngular);
     // Cut-off entries: both parts exactly 0.
     radial[h] = _mm_andnot_pd(cut[h], radial[h]);
     turned[h] = _mm_andnot_pd(cut[h], turned[h]);
