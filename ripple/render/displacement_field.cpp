@@ -49,24 +49,6 @@ bool TablesFitSingle(const WaveTable& wave) {
 // The vector width of the current field, chosen once per field.
 SimdLevel g_fieldSimd = SimdLevel::kScalar;
 
-// (e[i] × (256 − f) + e[i + 1] × f) >> 8 for four indices and fractions,
-// then divided by 65536: the tables' 1/256 interpolation.
-inline __m128 Interpolate4(const int32_t* entries, __m128i index, __m128i frac) {
-  alignas(16) int32_t at[4];
-  _mm_store_si128(reinterpret_cast<__m128i*>(at), index);
-  const __m128i p0 = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(entries + at[0]));
-  const __m128i p1 = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(entries + at[1]));
-  const __m128i p2 = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(entries + at[2]));
-  const __m128i p3 = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(entries + at[3]));
-  const __m128i q01 = _mm_unpacklo_epi32(p0, p1), q23 = _mm_unpacklo_epi32(p2, p3);
-  const __m128 e0 = _mm_cvtepi32_ps(_mm_unpacklo_epi64(q01, q23));
-  const __m128 e1 = _mm_cvtepi32_ps(_mm_unpackhi_epi64(q01, q23));
-  const __m128 sum = _mm_add_ps(_mm_mul_ps(e0, _mm_cvtepi32_ps(_mm_sub_epi32(_mm_set1_epi32(256), frac))),
-                                _mm_mul_ps(e1, _mm_cvtepi32_ps(frac)));
-  const __m128i v = _mm_srai_epi32(_mm_cvttps_epi32(sum), 8);
-  return _mm_mul_ps(_mm_cvtepi32_ps(v), _mm_set1_ps(1.0f / 65536.0f));
-}
-
 // The arctangent table at four positions s of 0 < s ≤ 400 (the ratio in
 // table steps). At s = 400, a ratio of 1, the table's last entry is read
 // as entry 399 with the full weight on its successor.
@@ -92,6 +74,20 @@ inline __m128 ReadReduced4(const int32_t* entries, __m128i t) {
 inline __m128d Low(__m128 v) { return _mm_cvtps_pd(v); }
 inline __m128d High(__m128 v) { return _mm_cvtps_pd(_mm_movehl_ps(v, v)); }
 inline __m128 Narrow(__m128d low, __m128d high) { return _mm_movelh_ps(_mm_cvtpd_ps(low), _mm_cvtpd_ps(high)); }
+
+// The arctangent table's position of min(y, x) / max(y, x) for x, y > 0,
+// and which lanes the vector reads cover (0 < s ≤ the last entry).
+inline __m128 ArcTanPosition(__m128 ys, __m128 xs, __m128* inside) {
+  const __m128 ratio = _mm_div_ps(_mm_min_ps(ys, xs), _mm_max_ps(ys, xs));
+  const ArcTanTable& t = g_arcTanTable;
+  const __m128d offset = _mm_set1_pd(t.offset), invStep = _mm_set1_pd(t.invStep);
+  const __m128 s = Narrow(_mm_mul_pd(_mm_add_pd(Low(ratio), offset), invStep),
+                          _mm_mul_pd(_mm_add_pd(High(ratio), offset), invStep));
+  *inside = _mm_and_ps(_mm_cmpgt_ps(s, _mm_setzero_ps()),
+                       _mm_cmple_ps(s, _mm_set1_ps(static_cast<float>(ArcTanTable::kEntries - 1))));
+  return s;
+}
+
 
 // The angular displacement of two entries at distances dd, in degrees as the
 // twirl makes it: no twirl divides radians by the distance (a zero stays the
@@ -129,14 +125,8 @@ bool CircularFour(const FieldKernel& k, float y, double yy, float x, Polar* pola
   // FastAtan2(y, x) for x, y > 0: the table at min / max, from π/2 when
   // y > x.
   const __m128 ys = _mm_set1_ps(y);
-  const __m128 ratio = _mm_div_ps(_mm_min_ps(ys, xs), _mm_max_ps(ys, xs));
-  const ArcTanTable& t = g_arcTanTable;
-  const __m128d offset = _mm_set1_pd(t.offset), invStep = _mm_set1_pd(t.invStep);
-  const __m128 s = Narrow(_mm_mul_pd(_mm_add_pd(Low(ratio), offset), invStep),
-                          _mm_mul_pd(_mm_add_pd(High(ratio), offset), invStep));
-  // The range of the vector ArcTanTable reads: 0 < s ≤ 400.
-  const __m128 sInside = _mm_and_ps(_mm_cmpgt_ps(s, _mm_setzero_ps()),
-                                    _mm_cmple_ps(s, _mm_set1_ps(static_cast<float>(ArcTanTable::kEntries - 1))));
+  __m128 sInside;
+  const __m128 s = ArcTanPosition(ys, xs, &sInside);
 
   // The wave's phase angle, read plainly for 0 ≤ p ≤ 32000.
   const __m128d dpp = _mm_set1_pd(k.degreesPerPixel), phase = _mm_set1_pd(k.phase);
@@ -218,13 +208,8 @@ bool PolarFour(float y, double yy, __m128 xs, __m128* distance, __m128* directio
   const __m128 negative = _mm_cmplt_ps(xs, _mm_setzero_ps());
   const __m128 ax = _mm_and_ps(xs, _mm_castsi128_ps(_mm_set1_epi32(0x7FFFFFFF)));
   const __m128 ys = _mm_set1_ps(y);
-  const __m128 ratio = _mm_div_ps(_mm_min_ps(ys, ax), _mm_max_ps(ys, ax));
-  const ArcTanTable& t = g_arcTanTable;
-  const __m128d offset = _mm_set1_pd(t.offset), invStep = _mm_set1_pd(t.invStep);
-  const __m128 s = Narrow(_mm_mul_pd(_mm_add_pd(Low(ratio), offset), invStep),
-                          _mm_mul_pd(_mm_add_pd(High(ratio), offset), invStep));
-  const __m128 sInside = _mm_and_ps(_mm_cmpgt_ps(s, _mm_setzero_ps()),
-                                    _mm_cmple_ps(s, _mm_set1_ps(static_cast<float>(ArcTanTable::kEntries - 1))));
+  __m128 sInside;
+  const __m128 s = ArcTanPosition(ys, ax, &sInside);
   if (_mm_movemask_ps(_mm_and_ps(sInside, _mm_cmpgt_ps(ax, _mm_setzero_ps()))) != 15) return false;
   const __m128 atanT = ReadArcTan4(s);
   // r = π/2 − T when y > |x|, else T; then π − r for a negative x; all in
