@@ -10,7 +10,8 @@
 # (instrumented) plug-in module; the module's own frames then appear in the
 # reports.
 #
-# Left out: the tests that load our frei0r filter into ffmpeg or melt.
+# Left out: the tests that load our frei0r filter into ffmpeg or melt, and
+# our GEGL operation into gegl.
 # Those programs are not instrumented, and an instrumented shared object
 # cannot be loaded into an uninstrumented process (the runtime must come
 # first). The filter's own tests (frei0r.Frei0rTest.*) still run in-process.
@@ -25,5 +26,6 @@ cmake --build "$build"
 
 export ASAN_OPTIONS=detect_leaks=1
 export UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1
-# The frei0r end-to-end tests and the installed-filter test run ffmpeg/melt.
-ctest --test-dir "$build" --output-on-failure -j "$(nproc)" -E '^frei0r\.(e2e_|install)'
+# The frei0r end-to-end, installed-filter and editor-description tests run
+# ffmpeg/melt; the GEGL operation's test runs gegl.
+ctest --test-dir "$build" --output-on-failure -j "$(nproc)" -E '^frei0r\.(e2e_|install|kdenlive)|^gegl\.'

@@ -9,6 +9,7 @@ packages=(
   libopenimageio-dev openimageio-tools libcli11-dev nlohmann-json3-dev
   g++-mingw-w64-i686 g++-mingw-w64-x86-64 binutils-mingw-w64-i686 icoutils wine64 wine
   frei0r-plugins-dev ffmpeg melt
+  libgegl-dev gegl
   clang libclang-rt-14-dev
 )
 packages+=("$@")
