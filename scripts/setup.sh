@@ -11,6 +11,7 @@ packages=(
   frei0r-plugins-dev ffmpeg melt
   libgegl-dev gegl
   clang libclang-rt-14-dev
+  slurm-wlm munge
 )
 packages+=("$@")
 
