@@ -54,7 +54,7 @@ if [[ $input =~ %0?[0-9]*d ]]; then
 fi
 mkdir -p "$(dirname "$output")"
 
-submit() {  # submit ARRAY-SPEC: prints the job id
+submit() {  # submit ARRAY-RANGE: prints the job id
   local extra=()
   [[ -n $partition ]] && extra+=(--partition="$partition")
   ((wait)) && extra+=(--wait)
@@ -84,16 +84,16 @@ missing_chunks() {
   done
 }
 
-spec="0-$((tasks - 1))" round=0
+range="0-$((tasks - 1))" round=0
 while :; do
-  id=$(submit "$spec") || true
-  echo "farm: job ${id:-?} ran tasks $spec" >&2
+  id=$(submit "$range") || true
+  echo "farm: job ${id:-?} ran tasks $range" >&2
   left=$(missing_chunks | paste -sd,)
   [[ -z $left ]] && break
   if ((round >= retries)); then
     echo "farm: frames still missing in tasks $left after $round retries" >&2
     exit 1
   fi
-  spec=$left round=$((round + 1))
+  range=$left round=$((round + 1))
 done
 echo "farm: $((last - first + 1)) frames, $tasks tasks, $round retries, $(($(date +%s) - start)) s"

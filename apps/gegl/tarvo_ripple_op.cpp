@@ -220,9 +220,9 @@ void ClassInit(gpointer klass, gpointer) {
 
   const tarvo::host::Host& host = *shared->host;
   guint id = 1;
-  auto add = [&](GParamSpec* spec, Prop p) {
+  auto add = [&](GParamSpec* pspec, Prop p) {
     shared->props.push_back(p);
-    g_object_class_install_property(object_class, id++, spec);
+    g_object_class_install_property(object_class, id++, pspec);
   };
   const auto flags = static_cast<GParamFlags>(G_PARAM_READWRITE | G_PARAM_CONSTRUCT);
   for (size_t i = 0; i < host.Declared().size(); ++i) {
