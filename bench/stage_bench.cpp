@@ -25,13 +25,13 @@ namespace tarvo::bench {
 namespace {
 
 // The frame's tables, as the driver prepares them.
-void PrepareTables(const DriverInputs& in) {
+void PrepareTables(const DriverInputs& in, WaveTable& rippleWave) {
   g_arcTanTable.Build();
   g_sineTable.Build(kSine, false);
   if (in.chaosBlend > 0.0f) {
-    BuildRippleWave(g_rippleWave, static_cast<uint32_t>(in.waveform), in.chaos, in.chaosBlend);
+    BuildRippleWave(rippleWave, static_cast<uint32_t>(in.waveform), in.chaos, in.chaosBlend);
   } else {
-    g_rippleWave.Build(static_cast<uint32_t>(in.waveform), true);
+    rippleWave.Build(static_cast<uint32_t>(in.waveform), true);
   }
 }
 
@@ -51,28 +51,24 @@ class Pipeline {
     stretch_ = FloorStretch(in_.stretch);
     mode_ = ChooseSamplingMode(in_.quality, in_.antialias);
     px_ = ToSourcePixels(size.width, size.height, wh, ah, ww, in_.radius, in_.centreX, in_.centreY);
-    PrepareTables(in_);
-    ok_ = CreatePinProfiles(in_.pinMode, size.height + 1, size.width + 1);
-    setup_ = RenderSetup{&src_, size.width, size.height, mode_, g_backgroundPixel};
-    if (ok_) Build();
+    PrepareTables(in_, wave_);
+    setup_ = RenderSetup{&src_, size.width, size.height, mode_, kTransparentBlack};
+    if (pins_.ok) Build();
   }
-  ~Pipeline() {
-    delete renderer_;
-    FreePinProfiles();
-  }
+  ~Pipeline() { delete renderer_; }
 
-  bool ok() const { return ok_ && renderer_ && renderer_->ready && !renderer_->aborted; }
+  bool ok() const { return pins_.ok && renderer_ && renderer_->ready && !renderer_->aborted; }
   // A new renderer: buffers allocated, field computed.
   void Build() {
     delete renderer_;
     renderer_ = new RippleRenderer(setup_, px_.centreRow, px_.centreCol, src_, px_.waveHeightPx, px_.angularHeightPx,
                                    px_.degreesPerPixel, px_.radiusPx, stretch_, in_.stretchAngle, in_.phase,
-                                   in_.pinMode, in_.twirl, g_rippleWave);
+                                   in_.pinMode, in_.twirl, wave_);
   }
   RippleRenderer& renderer() { return *renderer_; }
   SourceMap& map() { return *renderer_->sourceMap; }
   void Pin() {
-    if (in_.pinMode != 0) PinSourceMap(map());
+    if (in_.pinMode != 0) PinSourceMap(map(), pins_);
   }
   void Resample() { ResampleOutput(map(), dst_, mode_); }
   const host::Image& input() const { return input_; }
@@ -92,8 +88,9 @@ class Pipeline {
   int32_t mode_ = 0;
   RippleLengths px_{};
   RenderSetup setup_{};
+  WaveTable wave_{};
+  PinProfiles pins_{in_.pinMode, size_.height + 1, size_.width + 1};
   RippleRenderer* renderer_ = nullptr;
-  bool ok_ = false;
 };
 
 void SetPixels(benchmark::State& state, FrameSize size) {
@@ -102,10 +99,11 @@ void SetPixels(benchmark::State& state, FrameSize size) {
 
 void TablesStage(benchmark::State& state, const BenchCase& c, FrameSize size) {
   const DriverInputs in = c.Inputs();
+  WaveTable wave{};
   for (auto _ : state) {
-    PrepareTables(in);
-    CreatePinProfiles(in.pinMode, size.height + 1, size.width + 1);
-    FreePinProfiles();
+    PrepareTables(in, wave);
+    const PinProfiles pins(in.pinMode, size.height + 1, size.width + 1);
+    benchmark::DoNotOptimize(pins.columns);
     benchmark::ClobberMemory();
   }
 }
@@ -163,7 +161,6 @@ void ResampleStage(benchmark::State& state, const BenchCase& c, FrameSize size) 
 void DriverStage(benchmark::State& state, const BenchCase& c, FrameSize size) {
   Pipeline p(c, size);
   const DriverInputs& in = p.inputs();
-  FreePinProfiles();  // the driver makes its own
   for (auto _ : state) {
     RenderRipple(p.source(), p.destination(), in.waveHeight, in.angularHeight, in.waveWidth, in.radius, in.stretch,
                  in.stretchAngle, in.phase, in.waveform, in.pinMode, in.twirl, in.centreX, in.centreY, in.chaos,

@@ -8,8 +8,6 @@
 
 namespace tarvo {
 
-PF_ParamFlags kDefaultParamFlags = 0;
-
 namespace {
 
 void StoreFloat(ParamSettings* settings, int16_t row, double value) {
@@ -24,7 +22,6 @@ void StoreFloat(ParamSettings* settings, int16_t row, double value) {
 EffectParam::EffectParam(int32_t index, const char* name, int16_t paramId, int16_t paramId2)
     : index(index), name(name), paramId(paramId), paramId2(paramId2) {
   memset(&def, 0, sizeof def);
-  def.flags = kDefaultParamFlags;
 }
 
 EffectParam::~EffectParam() = default;

@@ -25,10 +25,6 @@
 
 namespace tarvo {
 
-// Flags every new parameter's definition starts with; an effect's
-// SetupParams changes it between groups of parameters.
-extern PF_ParamFlags kDefaultParamFlags;
-
 // A settings record: one stored value per range row.
 struct ParamSettings {
   ParamValue values[ParamRangeTable::kRows];
@@ -61,6 +57,8 @@ class EffectParam {
 
   int32_t Index() const { return index; }
   const PF_ParamDef& Def() const { return def; }
+  // The definition's flags (0 when constructed), set before AddToHost.
+  void SetFlags(PF_ParamFlags flags) { def.flags = flags; }
 
   static void* operator new(size_t bytes) noexcept;
   static void operator delete(void* block) noexcept;

@@ -37,12 +37,13 @@ PF_Err RippleEffect::About(char* text) {
 // An object that cannot be allocated leaves its slot null; set-up goes on.
 PF_Err RippleEffect::SetupParams() {
   int32_t result = 0;
+  PF_ParamFlags flags = 0;  // the parameters after Intensity start collapsed
   auto store = [&](int16_t i, EffectParam* p) {
+    if (p != nullptr) p->SetFlags(flags);
     result = SetParam(i, p);
     if (result != 0) delete p;  // refused: still ours
   };
 
-  kDefaultParamFlags = 0;
   store(kInputLayer, new LayerParam(kInputLayer));
   store(kRadius, new PercentSliderParam(kRadius, "Radius", kRowRadius));
   store(kCenter, new PointParam(kCenter, "Center", kRowCenterX, kRowCenterY, 0));
@@ -53,7 +54,7 @@ PF_Err RippleEffect::SetupParams() {
   store(kFrequency, new FixedSliderParam(kFrequency, "Frequency", kRowFrequency));
   store(kIntensity, new PopupParam(kIntensity, "Intensity", kIntensityChoices, 2, 3));
 
-  kDefaultParamFlags |= PF_ParamFlag_COLLAPSE_TWIRLY;
+  flags |= PF_ParamFlag_COLLAPSE_TWIRLY;
   store(kStretch, new FixedSliderParam(kStretch, "Stretch", kRowStretch));
   store(kStretchAngle, new AngleParam(kStretchAngle, "Stretch Angle", kRowStretchAngle, 90.0f));
   store(kTwirl, new PopupParam(kTwirl, "Twirl", kTwirlChoices, 1, 4));

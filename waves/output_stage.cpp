@@ -30,16 +30,7 @@ namespace tarvo {
 // The area sampler reads the map's points as (row, column) float pairs.
 static_assert(sizeof(MapPoint) == 2 * sizeof(float) && offsetof(MapPoint, column) == sizeof(float));
 
-PinWeight* g_pinColumns = nullptr;
-PinWeight* g_pinRows = nullptr;
-PF_Pixel g_backgroundPixel = {0, 0, 0, 0};
-
 namespace {
-
-// Entry counts of the current profiles, so that a map of another size never
-// indexes past them.
-int32_t g_pinColumnCount = 0;
-int32_t g_pinRowCount = 0;
 
 struct PinShapes {
   int32_t columns;
@@ -78,11 +69,6 @@ inline float Pull(int32_t grid, float coordinate, const PinWeight& w) {
                             static_cast<double>(coordinate) * static_cast<double>(w.keep));
 }
 
-inline void ApplyPin(int32_t y, int32_t x, MapPoint& p, const PinWeight& w) {
-  p.column = Pull(x, p.column, w);
-  p.row = Pull(y, p.row, w);
-}
-
 // pin +0 and keep 1: grid × 0 + coordinate × 1 for a grid position ≥ 0,
 // which is coordinate + 0.
 inline bool IsFree(const PinWeight& w) {
@@ -119,7 +105,8 @@ inline void PinPoint(int32_t y, int32_t x, MapPoint& p, const PinWeight& w) {
 #ifdef TARVO_OUTPUT_SSE2
   PinPoint(_mm_setr_pd(static_cast<double>(y), static_cast<double>(x)), p, Widen(w));
 #else
-  ApplyPin(y, x, p, w);
+  p.column = Pull(x, p.column, w);
+  p.row = Pull(y, p.row, w);
 #endif
 }
 
@@ -141,22 +128,20 @@ inline bool SourceReadable(const RenderSetup& setup) {
 
 // --- Pin profiles -----------------------------------------------------------
 
-bool CreatePinProfiles(int32_t pinMode, int32_t rows, int32_t columns) {
-  FreePinProfiles();  // a profile left over from an earlier render is not leaked
-  g_pinRows = PluginAllocArray<PinWeight>(rows);
-  g_pinColumns = PluginAllocArray<PinWeight>(columns);
-  if (g_pinRows == nullptr || g_pinColumns == nullptr) {
-    // The render ends without FreePinProfiles: release the one that was had.
-    FreePinProfiles();
-    ReportOutOfMemory();
-    return false;
-  }
-  g_pinRowCount = rows;
-  g_pinColumnCount = columns;
+PinProfiles::PinProfiles(int32_t pinMode, int32_t rowCount_, int32_t columnCount_)
+    : columns(PluginAllocArray<PinWeight>(columnCount_)), rows(PluginAllocArray<PinWeight>(rowCount_)) {
+  ok = columns != nullptr && rows != nullptr;
+  if (!ok) return;
+  rowCount = rowCount_;
+  columnCount = columnCount_;
   const PinShapes shapes = ShapesForMode(pinMode);
-  FillPinProfile(shapes.columns, columns, g_pinColumns);
-  FillPinProfile(shapes.rows, rows, g_pinRows);
-  return true;
+  FillPinProfile(shapes.columns, columnCount, columns);
+  FillPinProfile(shapes.rows, rowCount, rows);
+}
+
+PinProfiles::~PinProfiles() {
+  PluginFree(columns);
+  PluginFree(rows);
 }
 
 // With q = n / 4 of 0 (fewer than 4 entries) no shape has a ramp: every entry
@@ -190,26 +175,7 @@ void FillPinProfile(int32_t shape, int32_t n, PinWeight* profile) {
   }
 }
 
-void FreePinProfiles() {
-  PluginFree(g_pinColumns);
-  PluginFree(g_pinRows);
-  g_pinColumns = nullptr;
-  g_pinRows = nullptr;
-  g_pinColumnCount = 0;
-  g_pinRowCount = 0;
-}
-
 // --- Pinning ----------------------------------------------------------------
-
-void PinByColumn(int32_t y, int32_t x, MapPoint& p) {
-  if (g_pinColumns == nullptr || x < 0 || x >= g_pinColumnCount) return;
-  ApplyPin(y, x, p, g_pinColumns[x]);
-}
-
-void PinByRow(int32_t y, int32_t x, MapPoint& p) {
-  if (g_pinRows == nullptr || y < 0 || y >= g_pinRowCount) return;
-  ApplyPin(y, x, p, g_pinRows[y]);
-}
 
 namespace {
 
@@ -320,21 +286,20 @@ PinFreeRuns::PinFreeRuns(const PinWeight* profile, int32_t n) {
   usable = true;
 }
 
-MapRowPinner::MapRowPinner(SourceMap& map)
-    : map_(map),
-      active_(map.ok && g_pinColumns != nullptr && g_pinRows != nullptr),
-      runs_(g_pinColumns, active_ ? g_pinColumnCount : 0) {}
+MapRowPinner::MapRowPinner(SourceMap& map, const PinProfiles& pins)
+    : map_(map), pins_(pins), active_(map.ok && pins.ok), runs_(pins.columns, active_ ? pins.columnCount : 0) {}
 
+// A map larger than the profiles is pinned only where they reach.
 void MapRowPinner::PinWritten(int32_t y) const {
-  if (!active_ || !map_.rowWritten[y] || y >= g_pinRowCount) return;
+  if (!active_ || !map_.rowWritten[y] || y >= pins_.rowCount) return;
   const int32_t first = std::max(map_.rowFirst[y], 0);
-  const int32_t last = std::min({map_.rowLast[y], map_.cols - 1, g_pinColumnCount - 1});
-  PinRow(y, &map_.At(y, 0), first, last, g_pinColumns, g_pinRows[y], runs_);
+  const int32_t last = std::min({map_.rowLast[y], map_.cols - 1, pins_.columnCount - 1});
+  PinRow(y, &map_.At(y, 0), first, last, pins_.columns, pins_.rows[y], runs_);
 }
 
-void PinSourceMap(SourceMap& map) {
+void PinSourceMap(SourceMap& map, const PinProfiles& pins) {
   if (map.aborted || !map.ok) return;
-  const MapRowPinner pinner(map);
+  const MapRowPinner pinner(map, pins);
   for (int32_t y = 0; y < map.rows; ++y) {
     map.aborted = CheckAbort() ? 1 : 0;
     if (map.aborted) return;
@@ -388,7 +353,7 @@ void SampleNearest(const RenderSetup& setup, float row, float column, PF_Pixel& 
   if (r >= 0 && r < setup.height && c >= 0 && c < setup.width && SourceReadable(setup)) {
     out = setup.source->PixelAt(r, c);
   } else {
-    out = g_backgroundPixel;
+    out = setup.background;
   }
 }
 
@@ -396,7 +361,7 @@ void SampleBilinear(const RenderSetup& setup, float row, float column, PF_Pixel&
   const BilinearWeights w = BilinearCell(row, column);
   const double r = row, c = column;
   if (r < 0.0 || r >= setup.height || c < 0.0 || c >= setup.width || !SourceReadable(setup)) {
-    out = g_backgroundPixel;
+    out = setup.background;
     return;
   }
   // (r0, c0) is inside now; only row r1 and column c1 can fall outside.
@@ -405,10 +370,10 @@ void SampleBilinear(const RenderSetup& setup, float row, float column, PF_Pixel&
   const bool rightIn = w.c1 < setup.width;
   const bool bottomIn = w.r1 < setup.height;
   const PF_Pixel& tl = top[w.c0];
-  const PF_Pixel& tr = rightIn ? top[w.c1] : g_backgroundPixel;
+  const PF_Pixel& tr = rightIn ? top[w.c1] : setup.background;
   const PF_Pixel* bottom = bottomIn ? src.RowAt(static_cast<int16_t>(w.r1)).Pixels() : nullptr;
-  const PF_Pixel& bl = bottomIn ? bottom[w.c0] : g_backgroundPixel;
-  const PF_Pixel& br = bottomIn && rightIn ? bottom[w.c1] : g_backgroundPixel;
+  const PF_Pixel& bl = bottomIn ? bottom[w.c0] : setup.background;
+  const PF_Pixel& br = bottomIn && rightIn ? bottom[w.c1] : setup.background;
 
   const double w00 = w.w00, w01 = w.w01, w10 = w.w10, w11 = w.w11;
   auto mix = [&](uint8_t a, uint8_t b, uint8_t c2, uint8_t d) {
@@ -422,7 +387,7 @@ void SampleBilinear(const RenderSetup& setup, float row, float column, PF_Pixel&
 
 void SampleMapPoint(const RenderSetup& setup, const MapPoint& p, PF_Pixel& out) {
   if (!IsInsideSource(setup, p.row, p.column)) {
-    out = g_backgroundPixel;
+    out = setup.background;
   } else if (setup.samplingMode == kSampleBilinear) {
     SampleBilinear(setup, p.row, p.column, out);
   } else if (setup.samplingMode == kSampleNearest) {
@@ -440,7 +405,7 @@ namespace {
 
 // IsInsideSource, then SampleNearest.
 void NearestRow(const RenderSetup& setup, const MapPoint* p, int32_t first, int32_t end, PF_Pixel* out) {
-  const PF_Pixel background = g_backgroundPixel;
+  const PF_Pixel background = setup.background;
   const uint8_t* base = setup.source->BaseAddress();
   const intptr_t stride = setup.source->RowBytes();
   const int32_t height = setup.height, width = setup.width;
@@ -495,7 +460,7 @@ void NearestRow(const RenderSetup& setup, const MapPoint* p, int32_t first, int3
 // range the comparisons, the truncations, the fractions and the product of
 // the fractions come out the same in single precision as in double.
 void BilinearRow(const RenderSetup& setup, const MapPoint* p, int32_t first, int32_t end, PF_Pixel* out) {
-  const PF_Pixel background = g_backgroundPixel;
+  const PF_Pixel background = setup.background;
   const uint8_t* base = setup.source->BaseAddress();
   const intptr_t stride = setup.source->RowBytes();
   const int32_t height = setup.height, width = setup.width;

@@ -14,19 +14,26 @@ struct PinWeight {
   float keep;  // 1 − pin
 };
 
-extern PinWeight* g_pinColumns;  // width + 1 entries, valid within one render
-extern PinWeight* g_pinRows;     // height + 1 entries
-extern PF_Pixel g_backgroundPixel;  // transparent black
+// The Pin Mode's column and row weights of one render, owned by it: one
+// entry per map column and per map row. ok tells whether both were had.
+struct PinProfiles {
+  PinWeight* columns = nullptr;
+  PinWeight* rows = nullptr;
+  int32_t columnCount = 0;
+  int32_t rowCount = 0;
+  bool ok = false;
 
-bool CreatePinProfiles(int32_t pinMode, int32_t rows, int32_t columns);
+  PinProfiles(int32_t pinMode, int32_t rowCount, int32_t columnCount);
+  ~PinProfiles();
+  PinProfiles(const PinProfiles&) = delete;
+  PinProfiles& operator=(const PinProfiles&) = delete;
+};
+
 void FillPinProfile(int32_t shape, int32_t n, PinWeight* profile);
-void FreePinProfiles();
-void PinSourceMap(SourceMap& map);
+void PinSourceMap(SourceMap& map, const PinProfiles& pins);
 // PinSourceMap's stop checks alone, one per map row, for maps whose rows
 // were pinned as they were written.
 void CheckPinStops(SourceMap& map);
-void PinByColumn(int32_t y, int32_t x, MapPoint& p);
-void PinByRow(int32_t y, int32_t x, MapPoint& p);
 
 // The column profile's runs of free entries, found once per pass; at most
 // kMaxRuns of them (profiles of the effect have two at most), else none is
@@ -43,16 +50,17 @@ struct PinFreeRuns {
 
 // Pins map rows one at a time, each left exactly as PinSourceMap leaves it,
 // so that a row can be pinned while it is still in cache just after it was
-// written. Valid while the pin profiles of the render exist.
+// written. Valid while the pin profiles exist.
 class MapRowPinner {
  public:
-  explicit MapRowPinner(SourceMap& map);
+  MapRowPinner(SourceMap& map, const PinProfiles& pins);
   // Row y, once its span and points are all written; an unwritten row is
   // left alone.
   void PinWritten(int32_t y) const;
 
  private:
   SourceMap& map_;
+  const PinProfiles& pins_;
   bool active_;
   PinFreeRuns runs_;
 };

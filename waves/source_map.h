@@ -11,6 +11,9 @@ namespace tarvo {
 
 enum SamplingMode : int32_t { kSampleArea = 0, kSampleBilinear = 1, kSampleNearest = 2 };
 
+// The value of every sample outside the source.
+inline constexpr PF_Pixel kTransparentBlack = {0, 0, 0, 0};
+
 struct RenderSetup {
   const PixelImage* source;
   int32_t width;

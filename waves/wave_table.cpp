@@ -16,7 +16,6 @@ namespace tarvo {
 // Zero-initialised static storage: no constructor runs, `built` starts at 0.
 static_assert(std::is_trivially_default_constructible_v<WaveTable>);
 WaveTable g_sineTable;
-WaveTable g_rippleWave;
 
 namespace {
 

@@ -31,8 +31,8 @@ struct WaveTable {
 // 1/256-degree steps. Not-a-number and infinite angles read the value at 352°.
 float WaveTableLookup(float angle, const WaveTable& table);
 
-// Process-wide tables: the plain sine, and the ripple's (possibly morphed) wave.
+// The process-wide plain sine, built on first use. The ripple's own (possibly
+// morphed) wave belongs to each render.
 extern WaveTable g_sineTable;
-extern WaveTable g_rippleWave;
 
 }  // namespace tarvo

@@ -46,9 +46,6 @@ bool TablesFitSingle(const WaveTable& wave) {
   return FitsSingle(wave.entries, WaveTable::kEntries) && FitsSingle(g_arcTanTable.entries, ArcTanTable::kEntries);
 }
 
-// The vector width of the current field, chosen once per field.
-SimdLevel g_fieldSimd = SimdLevel::kScalar;
-
 // The arctangent table at four positions s of 0 < s ≤ 400 (the ratio in
 // table steps). At s = 400, a ratio of 1, the table's last entry is read
 // as entry 399 with the full weight on its successor.
@@ -336,7 +333,7 @@ void RippleRenderer::ComputeField() {
 #ifdef TARVO_TABLE_READS_SSE2
   // The vector paths need tables that interpolate exactly in single
   // precision.
-  g_fieldSimd = TablesFitSingle(*wave) ? ActiveSimd() : SimdLevel::kScalar;
+  fieldSimd = TablesFitSingle(*wave) ? ActiveSimd() : SimdLevel::kScalar;
 #endif
   for (int32_t j = 0; j < quadRows; ++j) {
     if (CheckAbort()) {
@@ -370,13 +367,13 @@ void RippleRenderer::ComputeSymmetricRow(int32_t j, FieldBranch branch) {
   if (branch == FieldBranch::kCircular) {
     int32_t i = reach.begin;
 #ifdef TARVO_FIELD_AVX2
-    if (g_fieldSimd == SimdLevel::kAvx2) {
+    if (fieldSimd == SimdLevel::kAvx2) {
       i = avx2::CircularRow(kernel, y, yy, i, reach.end, polar, disp);
       x = static_cast<float>(0.5 + i);
     }
 #endif
 #ifdef TARVO_TABLE_READS_SSE2
-    if (g_fieldSimd >= SimdLevel::kSse2) {
+    if (fieldSimd >= SimdLevel::kSse2) {
       for (; i + 4 <= reach.end; i += 4, x += 4.0f) {
         if (!CircularFour(kernel, y, yy, x, polar + i, disp + i)) {
           // An angle or ratio outside the tables' plain range: these four
@@ -395,13 +392,13 @@ void RippleRenderer::ComputeSymmetricRow(int32_t j, FieldBranch branch) {
   } else {
     int32_t i = reach.begin;
 #ifdef TARVO_FIELD_AVX2
-    if (g_fieldSimd == SimdLevel::kAvx2) {
+    if (fieldSimd == SimdLevel::kAvx2) {
       i = avx2::StretchedRow(kernel, y, yy, i, reach.end, 1, false, polar, disp);
       x = static_cast<float>(0.5 + i);
     }
 #endif
 #ifdef TARVO_TABLE_READS_SSE2
-    if (g_fieldSimd >= SimdLevel::kSse2) {
+    if (fieldSimd >= SimdLevel::kSse2) {
       for (; i + 4 <= reach.end; i += 4, x += 4.0f) {
         __m128 d, a;
         const __m128 xs = _mm_add_ps(_mm_set1_ps(x), _mm_setr_ps(0.0f, 1.0f, 2.0f, 3.0f));
@@ -430,10 +427,10 @@ void RippleRenderer::ComputeRotatedRow(int32_t j) {
   Displacement* disp = quadrant->displacement + quadrant->Index(j, 0);
   int32_t c = reach.begin;
 #ifdef TARVO_FIELD_AVX2
-  if (g_fieldSimd == SimdLevel::kAvx2) c = avx2::StretchedRow(kernel, y, yy, c, reach.end, -width, true, polar, disp);
+  if (fieldSimd == SimdLevel::kAvx2) c = avx2::StretchedRow(kernel, y, yy, c, reach.end, -width, true, polar, disp);
 #endif
 #ifdef TARVO_TABLE_READS_SSE2
-  if (g_fieldSimd >= SimdLevel::kSse2) {
+  if (fieldSimd >= SimdLevel::kSse2) {
     for (; c + 4 <= reach.end; c += 4) {
       // c − 0.5 − width for four columns; exact in single precision.
       const __m128 xs = _mm_setr_ps(static_cast<float>(c - 0.5 - width), static_cast<float>(c + 0.5 - width),

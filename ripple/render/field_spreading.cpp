@@ -2,13 +2,13 @@
 
 namespace tarvo {
 
-void RippleRenderer::SpreadField(bool pinRows) {
-  if (!pinRows) {
+void RippleRenderer::SpreadField(const PinProfiles* pins) {
+  if (pins == nullptr) {
     SourceMapSink sink{*sourceMap};
     SpreadFieldTo(*this, sink);
     return;
   }
-  const MapRowPinner pinner(*sourceMap);
+  const MapRowPinner pinner(*sourceMap, *pins);
   SourceMapSink sink{*sourceMap, &pinner};
   SpreadFieldTo(*this, sink);
 }

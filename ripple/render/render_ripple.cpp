@@ -63,30 +63,34 @@ void RenderRipple(const PixelImage& source, PixelImage& destination, float waveH
       ToSourcePixels(width, height, waveHeight, angularHeight, waveWidth, radius, centreX, centreY);
 
   g_sineTable.Build(kSine, false);
+  // Everything below belongs to this render alone: the ripple's wave, the
+  // pin profiles, the set-up and the renderer's buffers.
+  WaveTable rippleWave{};
   if (chaosBlend > 0.0f) {
-    BuildRippleWave(g_rippleWave, static_cast<uint32_t>(waveform), chaos, chaosBlend);
+    BuildRippleWave(rippleWave, static_cast<uint32_t>(waveform), chaos, chaosBlend);
   } else {
-    g_rippleWave.Build(static_cast<uint32_t>(waveform), true);
+    rippleWave.Build(static_cast<uint32_t>(waveform), true);
   }
 
-  // On failure the output stage has reported it and released both profiles.
-  if (!CreatePinProfiles(pinMode, height + 1, width + 1)) return;
+  const PinProfiles pins(pinMode, height + 1, width + 1);
+  if (!pins.ok) {
+    ReportOutOfMemory();
+    return;
+  }
 
-  const RenderSetup setup{&source, width, height, mode, g_backgroundPixel};
+  const RenderSetup setup{&source, width, height, mode, kTransparentBlack};
   RippleRenderer renderer(setup, px.centreRow, px.centreCol, source, px.waveHeightPx, px.angularHeightPx,
-                          px.degreesPerPixel, px.radiusPx, stretch, stretchAngle, phase, pinMode, twirl,
-                          g_rippleWave);
+                          px.degreesPerPixel, px.radiusPx, stretch, stretchAngle, phase, pinMode, twirl, rippleWave);
   if (!renderer.ready) {
     ReportOutOfMemory();
   } else if (!renderer.aborted) {
     // Rows are pinned while still in cache; the host is then asked about
     // stopping once per map row, as the pinning pass would.
-    renderer.SpreadField(pinMode != 0);
+    renderer.SpreadField(pinMode != 0 ? &pins : nullptr);
     if (pinMode != 0) CheckPinStops(*renderer.sourceMap);
     ResampleOutput(*renderer.sourceMap, destination, mode);
   }
-  FreePinProfiles();
-  // The renderer releases its buffers as it leaves scope.
+  // The profiles and the renderer's buffers are released as they leave scope.
 }
 
 }  // namespace tarvo

@@ -6,10 +6,13 @@
 #include <stdint.h>
 
 #include "pixel_image.h"
+#include "simd_level.h"
 #include "source_map.h"
 #include "wave_table.h"
 
 namespace tarvo {
+
+struct PinProfiles;
 
 // How the field is computed, chosen once per render.
 enum class FieldBranch : int32_t {
@@ -117,6 +120,9 @@ struct RippleRenderer {
   bool symmetric;
   bool stretched;
   float outerRadiusPx;
+  // The field's vector width: scalar unless its tables interpolate exactly
+  // in single precision.
+  SimdLevel fieldSimd = SimdLevel::kScalar;
 
   RippleRenderer(const RenderSetup& setup, float centreRowPx, float centreColPx, const PixelImage& source,
                  float waveHeightPx, float angularHeightPx, float degreesPerPixel, float radiusPx,
@@ -133,8 +139,8 @@ struct RippleRenderer {
   void ComputeField();
 
   // Writes every displaced grid point the field reaches into the source map.
-  // pinRows: pin each map row by the pin profiles as soon as it is written.
-  void SpreadField(bool pinRows = false);
+  // Given pin profiles, pins each map row by them as soon as it is written.
+  void SpreadField(const PinProfiles* pins = nullptr);
 
   // Whether quadrant row j's upper (centreRow − j) and lower
   // (centreRow + 1 + j) map rows lie inside the frame.

@@ -67,6 +67,49 @@ TEST(CliRender, EveryOptionReachesThePluginAsTheHostWouldSetIt) {
   EXPECT_FALSE(SamePixels(expected, d.Render(ToArgb(picture))));
 }
 
+// Nothing of one render reaches the next: two settings that differ in every
+// per-render piece (the ripple's wave, the pin profiles, the field's branch,
+// the sampler) rendered alternately in one process give the files of fresh
+// processes.
+TEST(CliRender, AlternatingSettingsInOneProcessMatchFreshProcesses) {
+  const std::string dir = TestDir();
+  const Rgba picture = MakePicture(96, 72, 4);
+  ASSERT_TRUE(WritePicture(dir + "/in.png", picture));
+  ASSERT_EQ(RunCli({"in.png", "a.png", "--radius", "40", "--stretch", "40", "--stretch-angle", "30", "--chaos-blend",
+                    "60", "--chaos", "90", "--pin-mode", "pin-center"},
+                   dir)
+                .exitCode,
+            0);
+  ASSERT_EQ(RunCli({"in.png", "b.png", "--waveform", "triangle", "--twirl", "hyper-twirl", "--angular-wave-height",
+                    "2", "--pin-mode", "pin-left", "--antialias", "low", "--quality", "low"},
+                   dir)
+                .exitCode,
+            0);
+  InProcess p;
+  host::Host& h = p.Host();
+  const host::Image input = ToArgb(picture);
+  for (int k = 0; k < 4; ++k) {
+    h.SetParamsToDefaults();
+    if (k % 2 == 0) {
+      h.Param(p.Index("Radius")).u.fd.value = 40 << 16;
+      h.Param(p.Index("Stretch")).u.fd.value = 40 << 16;
+      h.Param(p.Index("Stretch Angle")).u.ad.value = 30 << 16;
+      h.Param(p.Index("Chaos Blend")).u.fd.value = 60 << 16;
+      h.Param(p.Index("Chaos")).u.fd.value = 90 << 16;
+      h.Param(p.Index("Pin Mode")).u.pd.value = 3;
+      h.SetQuality(PF_Quality_HI);
+    } else {
+      h.Param(p.Index("WaveForm")).u.pd.value = 2;
+      h.Param(p.Index("Twirl")).u.pd.value = 4;
+      h.Param(p.Index("Angular Wave Height")).u.fd.value = 2 << 16;
+      h.Param(p.Index("Pin Mode")).u.pd.value = 5;
+      h.Param(p.Index("Antialias")).u.pd.value = 3;
+      h.SetQuality(PF_Quality_LO);
+    }
+    EXPECT_TRUE(SamePixels(Output(dir + (k % 2 == 0 ? "/a.png" : "/b.png")), p.Render(input))) << "render " << k;
+  }
+}
+
 TEST(CliRender, ValuesTruncateTowardZeroAndTheDeclaredDefaultIsAlwaysAccepted) {
   const std::string dir = TestDir();
   const Rgba picture = MakePicture(40, 30, 4);

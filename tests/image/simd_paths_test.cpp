@@ -235,7 +235,8 @@ TEST(SimdPaths, PinnedMapsAreTheSameAtEveryWidth) {
     const int h = 13;
     RenderSetup setup{nullptr, w, h, kSampleArea, PF_Pixel{0, 0, 0, 0}};
     for (int mode = 0; mode <= 10; ++mode) {
-      ASSERT_TRUE(CreatePinProfiles(mode, h + 1, w + 1));
+      const PinProfiles pins(mode, h + 1, w + 1);
+      ASSERT_TRUE(pins.ok);
       std::vector<std::vector<MapPoint>> results;
       const uint32_t seed = rng();
       AtEachWidth([&](SimdLevel) {
@@ -254,10 +255,9 @@ TEST(SimdPaths, PinnedMapsAreTheSameAtEveryWidth) {
           const int a = col(local), b = col(local);
           if (y % 5 != 4) map.SetRowSpan(y, std::min(a, b), std::max(a, b));
         }
-        PinSourceMap(map);
+        PinSourceMap(map, pins);
         results.emplace_back(&map.At(0, 0), &map.At(0, 0) + size_t(h + 1) * (w + 1));
       });
-      FreePinProfiles();
       for (size_t r = 1; r < results.size(); ++r) {
         ASSERT_EQ(memcmp(results[0].data(), results[r].data(), results[0].size() * sizeof(MapPoint)), 0)
             << "width " << w << ", pin mode " << mode << ", level " << r;

@@ -54,7 +54,6 @@ TEST(PinProfile, Shapes) {
 class Pinning : public ::testing::Test {
  protected:
   Pinning() : src(100, 100), map(101, 101, RenderSetup{&src.image, 100, 100, kSampleArea, {0, 0, 0, 0}}) {}
-  void TearDown() override { FreePinProfiles(); }
   void WriteRow(int32_t y, int32_t first, int32_t last, float dy, float dx) {
     for (int32_t x = first; x <= last; ++x) map.At(y, x) = MapPoint{y + dy, x + dx};
     map.SetRowSpan(y, first, last);
@@ -70,39 +69,39 @@ TEST_F(Pinning, ModeTableChoosesColumnAndRowShapes) {
   const int table[][3] = {{0, 0, 0}, {1, 1, 1}, {2, 2, 2}, {3, 0, 0}, {4, 3, 0},  {5, 0, 3},  {6, 4, 0},
                           {7, 0, 4}, {8, 0, 0}, {9, 1, 0}, {10, 0, 1}, {11, 0, 0}, {-1, 0, 0}, {1000, 0, 0}};
   for (const auto& [mode, columnShape, rowShape] : table) {
-    ASSERT_TRUE(CreatePinProfiles(mode, 9, 13)) << mode;
-    EXPECT_EQ(memcmp(g_pinColumns, Profile(columnShape, 13).data(), 13 * sizeof(PinWeight)), 0) << mode;
-    EXPECT_EQ(memcmp(g_pinRows, Profile(rowShape, 9).data(), 9 * sizeof(PinWeight)), 0) << mode;
-    FreePinProfiles();
-    EXPECT_EQ(g_pinColumns, nullptr);
-    EXPECT_EQ(g_pinRows, nullptr);
+    const PinProfiles pins(mode, 9, 13);
+    ASSERT_TRUE(pins.ok) << mode;
+    EXPECT_EQ(memcmp(pins.columns, Profile(columnShape, 13).data(), 13 * sizeof(PinWeight)), 0) << mode;
+    EXPECT_EQ(memcmp(pins.rows, Profile(rowShape, 9).data(), 9 * sizeof(PinWeight)), 0) << mode;
   }
 }
 
-TEST_F(Pinning, OutOfMemoryReportsAndKeepsNothing) {
+TEST_F(Pinning, OutOfMemoryKeepsNothing) {
   AllocStats* stats = PluginAllocStats();
   const int64_t live = stats->liveBlocks;
   for (int failing = 1; failing <= 2; ++failing) {
     stats->failAt = failing;
-    EXPECT_FALSE(CreatePinProfiles(1, 11, 11));
-    stats->failAt = 0;
+    {
+      const PinProfiles pins(1, 11, 11);
+      stats->failAt = 0;
+      EXPECT_FALSE(pins.ok);
+    }
     EXPECT_EQ(stats->liveBlocks, live) << "allocation " << failing;
-    EXPECT_EQ(g_pinColumns, nullptr);
-    EXPECT_EQ(g_pinRows, nullptr);
-    EXPECT_STREQ(call.out.return_msg, "Memory Allocation Failure!");
   }
-  ASSERT_TRUE(CreatePinProfiles(0, 3, 3));  // No Pin still allocates both, and frees them
-  EXPECT_EQ(stats->liveBlocks, live + 2);
-  FreePinProfiles();
+  {
+    const PinProfiles pins(0, 3, 3);  // No Pin still allocates both, and frees them
+    ASSERT_TRUE(pins.ok);
+    EXPECT_EQ(stats->liveBlocks, live + 2);
+  }
   EXPECT_EQ(stats->liveBlocks, live);
 }
 
 TEST_F(Pinning, HeldPointsAndRamps) {
-  ASSERT_TRUE(CreatePinProfiles(1, 101, 101));  // Pin Edges
+  const PinProfiles pins(1, 101, 101);  // Pin Edges
   WriteRow(0, 0, 100, 7.3f, -5.2f);
   WriteRow(50, 76, 100, 3.0f, -4.0f);  // row 50 is free; the span starts at column 76
   map.At(50, 75) = MapPoint{-1.0f, -1.0f};
-  PinSourceMap(map);
+  PinSourceMap(map, pins);
   // Row 0 has pin 1: every point of it ends exactly at its grid position.
   EXPECT_EQ(map.At(0, 0).row, 0.0f);
   EXPECT_EQ(map.At(0, 0).column, 0.0f);
@@ -118,18 +117,16 @@ TEST_F(Pinning, HeldPointsAndRamps) {
 TEST_F(Pinning, UnwrittenRowsMissingOrShortProfilesAndAStop) {
   WriteRow(3, 0, 100, 1.0f, 1.0f);
   map.At(4, 0) = MapPoint{9.0f, 9.0f};  // row 4 is not written
-  PinSourceMap(map);                    // no profiles: nothing moves
-  EXPECT_EQ(map.At(3, 0).column, 1.0f);
-  ASSERT_TRUE(CreatePinProfiles(1, 5, 5));  // profiles smaller than the map pin what they cover
-  PinSourceMap(map);
+  const PinProfiles small(1, 5, 5);     // profiles smaller than the map pin what they cover
+  PinSourceMap(map, small);
   EXPECT_EQ(map.At(3, 0).column, 0.0f);
   EXPECT_EQ(map.At(3, 100).column, 101.0f);
   EXPECT_EQ(map.At(4, 0).column, 9.0f);
 
-  ASSERT_TRUE(CreatePinProfiles(1, 101, 101));
+  const PinProfiles pins(1, 101, 101);
   for (int y = 0; y <= 100; ++y) WriteRow(y, 0, 100, 1.0f, 1.0f);
   call.stopAt = call.progressCalls + 3;  // rows 0 and 1 are pinned, then the host asks to stop
-  PinSourceMap(map);
+  PinSourceMap(map, pins);
   EXPECT_EQ(map.aborted, 1);
   EXPECT_EQ(CallError(), PF_Interrupt_CANCEL);
   EXPECT_EQ(map.At(1, 0).column, 0.0f);

@@ -27,10 +27,16 @@ struct SimdLimit {
   ~SimdLimit() { LimitSimd(SimdLevel::kAvx2); }
 };
 
+// The wave the test renderers ripple with (a render makes its own).
+inline WaveTable& RippleWave() {
+  static WaveTable wave{};
+  return wave;
+}
+
 inline void BuildTables() {
   g_arcTanTable.Build();
   g_sineTable.Build(kSine, false);
-  g_rippleWave.Build(kSine, true);
+  RippleWave().Build(kSine, true);
 }
 
 using Frame = testing::Picture;
@@ -51,7 +57,7 @@ struct Rendered {
     BuildTables();
     renderer = std::make_unique<RippleRenderer>(setup, in.centreRow, in.centreCol, frame.image, in.waveHeightPx,
                                                 in.angularHeightPx, in.degreesPerPixel, in.radiusPx, in.stretch,
-                                                in.stretchAngle, in.phase, in.pinMode, in.twirl, g_rippleWave);
+                                                in.stretchAngle, in.phase, in.pinMode, in.twirl, RippleWave());
   }
   RippleRenderer& operator*() { return *renderer; }
   RippleRenderer* operator->() { return renderer.get(); }

@@ -22,17 +22,17 @@ std::vector<uint8_t> SpreadAndPin(int w, int h, const Inputs& in, bool eager) {
   Rendered r(w, h, in);
   EXPECT_TRUE(r->ready);
   if (!r->ready) return {};
-  EXPECT_TRUE(CreatePinProfiles(in.pinMode, h + 1, w + 1));
+  const PinProfiles pins(in.pinMode, h + 1, w + 1);
+  EXPECT_TRUE(pins.ok);
   SourceMap& map = *r->sourceMap;
   const size_t bytes = static_cast<size_t>(map.rows) * map.cols * sizeof(MapPoint);
   memset(map.entries, 0xA5, bytes);
   if (eager) {
-    r->SpreadField(true);
+    r->SpreadField(&pins);
   } else {
     r->SpreadField();
-    PinSourceMap(map);
+    PinSourceMap(map, pins);
   }
-  FreePinProfiles();
   EXPECT_EQ(map.aborted, 0);
   const auto* p = reinterpret_cast<const uint8_t*>(map.entries);
   return std::vector<uint8_t>(p, p + bytes);
@@ -40,7 +40,7 @@ std::vector<uint8_t> SpreadAndPin(int w, int h, const Inputs& in, bool eager) {
 
 TEST(RowPinning, SameMapAsAPinningPass) {
   rendertest::BuildTables();
-  g_rippleWave.Build(0, true);
+  rendertest::RippleWave().Build(0, true);
   struct Case {
     int w, h;
     float row, col, stretch, angle, radius;

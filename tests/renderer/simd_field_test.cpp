@@ -30,7 +30,7 @@ struct Result {
 Result RenderAt(SimdLevel level, int w, int h, const Inputs& in, uint32_t waveform) {
   SimdLimit limit(level);
   rendertest::BuildTables();
-  g_rippleWave.Build(waveform, true);
+  rendertest::RippleWave().Build(waveform, true);
   Rendered r(w, h, in);
   EXPECT_TRUE(r->ready);
   Result out;

@@ -56,7 +56,7 @@ TEST(VectorPaths, FieldsMatchThePerEntryKernel) {
       c.in.stretch = angle < 0 ? 1.0f : base.in.twirl % 2 == 0 ? 1.7f : 0.6f;
       c.in.stretchAngle = angle;
       rendertest::BuildTables();
-      g_rippleWave.Build(c.waveform, true);  // the renderer's field uses this waveform
+      rendertest::RippleWave().Build(c.waveform, true);  // the renderer's field uses this waveform
       Rendered r(c.w, c.h, c.in);
       ASSERT_TRUE(r->ready);
       const FieldBranch branch = r->Branch();
