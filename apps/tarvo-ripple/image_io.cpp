@@ -1,13 +1,17 @@
 #include "image_io.h"
 
 #include <fcntl.h>
+#include <errno.h>
 #include <signal.h>
 #include <stdio.h>
 #include <string.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <OpenImageIO/filesystem.h>
 #include <OpenImageIO/imageio.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <vector>
 
@@ -60,12 +64,11 @@ class QuietStderr {
   int saved_ = -1;
 };
 
-// The temporary file of the write in progress, for the interrupt handler.
-char g_pendingPath[4096];
-volatile sig_atomic_t g_pending = 0;
+TempFileSlot g_ownSlot;
+TempFileSlot* volatile g_slot = &g_ownSlot;
 
 void OnInterrupt(int sig) {
-  if (g_pending) unlink(g_pendingPath);
+  RemoveTempFile(g_slot);
   signal(sig, SIG_DFL);
   raise(sig);
 }
@@ -171,6 +174,16 @@ bool ReadImage(const std::string& path, host::Image* out, std::string* error) {
   return true;
 }
 
+namespace {
+// Every file goes through a checked file proxy; a writer that cannot take
+// one, or writes no file through it (null; jpeg2000 in OpenImageIO 2.4
+// leaves an empty file), is not offered.
+bool Writable(OIIO::ImageOutput& out) {
+  return out.supports("ioproxy") && strcmp(out.format_name(), "null") != 0 &&
+         strcmp(out.format_name(), "jpeg2000") != 0;
+}
+}  // namespace
+
 bool CanWriteFormat(const std::string& path, std::string* error) {
   auto out = OIIO::ImageOutput::create(path);
   if (!out) {
@@ -180,7 +193,23 @@ bool CanWriteFormat(const std::string& path, std::string* error) {
              (ext.empty() ? std::string("no file extension to choose a format by") : "no image format for \"" + ext + "\"");
     return false;
   }
+  if (!Writable(*out)) {
+    *error = "cannot write " + path + ": writing " + out->format_name() + " files is not supported";
+    return false;
+  }
   return true;
+}
+
+bool SameFile(const std::string& a, const std::string& b) {
+  std::error_code ec;
+  return fs::equivalent(a, b, ec);
+}
+
+void UseTempFileSlot(TempFileSlot* slot) { g_slot = slot ? slot : &g_ownSlot; }
+
+void RemoveTempFile(TempFileSlot* slot) {
+  if (slot->active) unlink(slot->path);
+  slot->active = 0;
 }
 
 namespace {
@@ -192,9 +221,96 @@ int g_pngCompression = kDefaultPngCompression;
 
 void SetPngCompression(int level) { g_pngCompression = level; }
 
+namespace {
+
+// The encoders' file: remembers the first failed write and tells the
+// encoder every write went through, since some encoders ignore what their
+// writes return and others (libjpeg's default error handler) end the
+// process on a failure. The writer checks Error() once the encoder is done.
+// Not a "file" proxy, so that no encoder bypasses it through a FILE*.
+class CheckedFile final : public OIIO::Filesystem::IOProxy {
+ public:
+  explicit CheckedFile(int fd) : IOProxy("", Write), fd_(fd) {}
+  const char* proxytype() const override { return "checked"; }
+  size_t write(const void* buf, size_t size) override {
+    pwrite(buf, size, m_pos);
+    m_pos += static_cast<int64_t>(size);
+    return size;
+  }
+  size_t pwrite(const void* buf, size_t size, int64_t offset) override {
+    const char* p = static_cast<const char*>(buf);
+    for (size_t done = 0; done < size && !error_;) {
+      const ssize_t n = ::pwrite(fd_, p + done, size - done, static_cast<off_t>(offset) + static_cast<off_t>(done));
+      if (n > 0)
+        done += static_cast<size_t>(n);
+      else if (n < 0 && errno != EINTR)
+        error_ = errno;
+    }
+    end_ = std::max(end_, offset + static_cast<int64_t>(size));
+    return size;
+  }
+  size_t pread(void* buf, size_t size, int64_t offset) override {
+    const ssize_t n = ::pread(fd_, buf, size, static_cast<off_t>(offset));
+    return n > 0 ? static_cast<size_t>(n) : 0;
+  }
+  size_t read(void* buf, size_t size) override {
+    const size_t n = pread(buf, size, m_pos);
+    m_pos += static_cast<int64_t>(n);
+    return n;
+  }
+  size_t size() const override { return static_cast<size_t>(end_); }
+  int Error() const { return error_; }
+
+ private:
+  int fd_;
+  int64_t end_ = 0;
+  int error_ = 0;
+};
+
+// The file a write replaces: the path itself, or where its symbolic links lead.
+fs::path WriteTarget(fs::path p) {
+  for (int hops = 0; hops < 40; ++hops) {
+    std::error_code ec;
+    if (!fs::is_symlink(p, ec)) break;
+    const fs::path link = fs::read_symlink(p, ec);
+    if (ec) break;
+    p = link.is_absolute() ? link : p.parent_path() / link;
+  }
+  return p;
+}
+
+// Why a file cannot be created in dir, for open's errno.
+std::string CreateError(const fs::path& dir, int err) {
+  std::error_code ec;
+  if (err == ENOENT && !fs::is_directory(dir, ec)) return "directory " + dir.string() + " does not exist";
+  if (err == ENOTDIR) {
+    for (fs::path p = dir; !p.empty(); p = p.parent_path()) {
+      std::error_code ec;
+      if (fs::exists(p, ec) && !fs::is_directory(p, ec)) return p.string() + " is not a directory";
+      if (p == p.parent_path()) break;
+    }
+  }
+  return strerror(err);
+}
+
+mode_t NewFileMode() {
+  static const mode_t mode = [] {
+    const mode_t mask = umask(0);
+    umask(mask);
+    return static_cast<mode_t>(0666 & ~mask);
+  }();
+  return mode;
+}
+
+}  // namespace
+
 bool WriteImage(const std::string& path, const host::Image& image, std::string* error) {
+  auto fail = [&](const std::string& why) {
+    *error = "cannot write " + path + ": " + why;
+    return false;
+  };
   auto out = OIIO::ImageOutput::create(path);
-  if (!out) {
+  if (!out || !Writable(*out)) {
     OIIO::geterror();
     return CanWriteFormat(path, error);
   }
@@ -207,7 +323,12 @@ bool WriteImage(const std::string& path, const host::Image& image, std::string* 
     format.attribute("oiio:UnassociatedAlpha", 1);
   }
   const size_t w = static_cast<size_t>(image.width), h = static_cast<size_t>(image.height);
-  std::vector<uint8_t> pixels(w * h * static_cast<size_t>(nch));
+  std::vector<uint8_t> pixels;
+  try {
+    pixels.resize(w * h * static_cast<size_t>(nch));
+  } catch (const std::bad_alloc&) {
+    return fail("out of memory");
+  }
   for (size_t y = 0; y < h; ++y) {
     const PF_Pixel* s = image.Row(static_cast<int32_t>(y));
     uint8_t* d = pixels.data() + y * w * static_cast<size_t>(nch);
@@ -219,46 +340,67 @@ bool WriteImage(const std::string& path, const host::Image& image, std::string* 
     }
   }
 
-  // A hidden name beside the output: same file system, so the rename is atomic.
-  const fs::path target(path);
+  // A hidden name in the target's directory (the same file system, so the
+  // rename is atomic), short enough for any output name.
+  const fs::path target = WriteTarget(path);
   const fs::path dir = target.has_parent_path() ? target.parent_path() : fs::path(".");
-  const fs::path temp = dir / ("." + target.filename().string() + ".tarvo-" + std::to_string(getpid()) + ".tmp");
-  const std::string tempName = temp.string();
-  if (tempName.size() >= sizeof g_pendingPath) {
-    *error = "cannot write " + path + ": the path is too long";
-    return false;
+  static unsigned serial = 0;
+  fs::path temp;
+  struct stat old {};
+  const bool replacing = stat(target.c_str(), &old) == 0;
+  if (replacing && S_ISDIR(old.st_mode)) return fail(strerror(EISDIR));
+  int fd = -1;
+  for (int tries = 0; fd < 0 && tries < 100; ++tries) {
+    temp = dir / (".tarvo-" + std::to_string(getpid()) + "-" + std::to_string(serial++) + ".tmp");
+    if (temp.native().size() >= sizeof g_slot->path) return fail(strerror(ENAMETOOLONG));
+    memcpy(g_slot->path, temp.c_str(), temp.native().size() + 1);
+    g_slot->active = 1;
+    fd = open(temp.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+    if (fd < 0) g_slot->active = 0;
+    if (fd < 0 && errno != EEXIST) return fail(CreateError(dir, errno));
   }
-  std::error_code dirError;
-  if (!fs::is_directory(dir, dirError)) {
-    *error = "cannot write " + path + ": directory " + dir.string() + " does not exist";
-    return false;
-  }
-  memcpy(g_pendingPath, tempName.c_str(), tempName.size() + 1);
-  g_pending = 1;
+  if (fd < 0) return fail(strerror(EEXIST));
   auto discard = [&](std::string why) {
     // Name the file the user asked for, not the temporary one.
+    const std::string tempName = temp.string();
     for (size_t at; (at = why.find(tempName)) != std::string::npos;) why.replace(at, tempName.size(), path);
-    out.reset();
-    std::error_code ec;
-    fs::remove(temp, ec);
-    g_pending = 0;
-    *error = "cannot write " + path + ": " + why;
-    return false;
+    unlink(temp.c_str());
+    g_slot->active = 0;
+    return fail(why);
   };
-  QuietStderr quiet;
-  if (!out->open(tempName, format)) return discard(OneLine(out->geterror()));
-  if (!out->write_image(OIIO::TypeDesc::UINT8, pixels.data())) return discard(OneLine(out->geterror()));
-  if (!out->close()) return discard(OneLine(out->geterror()));
-  out.reset();
-  std::error_code ec;
-  fs::rename(temp, target, ec);
-  if (ec) return discard(ec.message());
-  g_pending = 0;
+  // The replaced file's permissions (and, where allowed, owner) carry over.
+  if (replacing && fchown(fd, old.st_uid, old.st_gid) != 0) {
+  }
+  if (fchmod(fd, replacing ? old.st_mode & 07777 : NewFileMode()) != 0) {
+    const int err = errno;
+    close(fd);
+    return discard(strerror(err));
+  }
+  std::string encoderError;
+  int err = 0;
+  {
+    CheckedFile proxy(fd);
+    QuietStderr quiet;
+    const bool encoded = out->set_ioproxy(&proxy) && out->open(temp.string(), format) &&
+                         out->write_image(OIIO::TypeDesc::UINT8, pixels.data()) && out->close();
+    if (!encoded) encoderError = OneLine(out->geterror());
+    out.reset();
+    err = proxy.Error();
+    if (!err && encoded && proxy.size() == 0) encoderError = "the encoder wrote no data";
+    if (!err && encoded && fsync(fd) != 0) err = errno;
+  }
+  if (close(fd) != 0 && !err) err = errno;
+  if (err) return discard(strerror(err));
+  if (!encoderError.empty()) return discard(encoderError);
+  if (rename(temp.c_str(), target.c_str()) != 0) return discard(strerror(errno));
+  g_slot->active = 0;
   return true;
 }
 
 void InstallInterruptCleanup() {
   for (int sig : {SIGINT, SIGTERM, SIGHUP}) signal(sig, OnInterrupt);
+  // Past a file size limit a write fails with EFBIG and is reported.
+  signal(SIGXFSZ, SIG_IGN);
 }
 
 void UseSingleThreadedImageLibrary() { OIIO::attribute("threads", 1); }

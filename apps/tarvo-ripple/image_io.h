@@ -6,10 +6,13 @@
 // colour is taken as stored (unassociated, never premultiplied or divided).
 // Writing: the format follows the output's extension; 8-bit RGBA where the
 // format holds alpha, RGB otherwise. A file is written under a temporary
-// name in its own directory and renamed into place, so a failed or
-// interrupted write never leaves a partial output.
+// name in its target's directory (through symbolic links), every write
+// checked, flushed to disk and renamed into place with the replaced file's
+// permissions: a failed or interrupted write leaves the old file as it was
+// and no temporary file.
 #pragma once
 
+#include <signal.h>
 #include <stdint.h>
 
 #include <string>
@@ -27,8 +30,11 @@ std::string CheckImageSize(int32_t width, int32_t height);
 
 bool ReadImage(const std::string& path, host::Image* out, std::string* error);
 
-// True when a writer exists for path's extension.
+// True when path's extension names a format this program writes.
 bool CanWriteFormat(const std::string& path, std::string* error);
+
+// True when both paths name one existing file.
+bool SameFile(const std::string& a, const std::string& b);
 
 // PNG output's zlib level, 0 (none) to 9 (smallest); process-wide.
 constexpr int kDefaultPngCompression = 1;
@@ -36,8 +42,20 @@ void SetPngCompression(int level);
 
 bool WriteImage(const std::string& path, const host::Image& image, std::string* error);
 
+// The temporary file of a write in progress, where a signal handler or the
+// parent of a worker process can remove it.
+struct TempFileSlot {
+  volatile sig_atomic_t active = 0;
+  char path[4096] = {};
+};
+// Where this process records its temporary file (nullptr: its own slot).
+void UseTempFileSlot(TempFileSlot* slot);
+// Removes the slot's file when a write was in progress.
+void RemoveTempFile(TempFileSlot* slot);
+
 // An interrupt (SIGINT, SIGTERM, SIGHUP) removes the temporary file of a
-// write in progress before the process ends.
+// write in progress before the process ends; SIGXFSZ is ignored, so that a
+// write past the file size limit fails and is reported.
 void InstallInterruptCleanup();
 
 // Keeps the image library on the calling thread (no worker pool), so that

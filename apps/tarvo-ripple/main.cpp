@@ -11,6 +11,7 @@
 #include <CLI/CLI.hpp>
 #include <charconv>
 #include <filesystem>
+#include <new>
 #include <string>
 #include <thread>
 #include <vector>
@@ -92,7 +93,7 @@ int Run(int argc, char** argv) {
 
   std::string input, output, demo, size, frames, quality = "high", timeText, timeStepText = "1",
                                                  timeScaleText = "30", jobsText, pngText, failAlloc, moduleIgnored;
-  bool listParams = false, json = false, quiet = false;
+  bool listParams = false, json = false, quiet = false, overwriteInput = false;
   app.add_option("INPUT", input, "image to render (PNG, JPEG, TIFF, OpenEXR, ...)")->type_name("");
   app.add_option("OUTPUT", output, "image to write; the format follows its extension")->type_name("");
   app.add_option("--demo", demo, "render the built-in test picture into OUTPUT")->type_name("OUTPUT");
@@ -108,6 +109,7 @@ int Run(int argc, char** argv) {
   app.add_option("--png-compression", pngText, "zlib level of PNG output, 0 to 9 (default 1: fast; 9: smallest files)")
       ->type_name("N");
   app.add_flag("--quiet", quiet, "no progress bar");
+  app.add_flag("--overwrite-input", overwriteInput, "let OUTPUT replace INPUT (refused otherwise)");
   app.add_option("--module", moduleIgnored, "the plug-in module to load (default: the one built with this program)")
       ->type_name("PATH");
   app.add_option("--fail-allocation", failAlloc)->group("");  // testing: the effect's Nth allocation fails
@@ -217,6 +219,10 @@ int Run(int argc, char** argv) {
       job.input.prefix = input;
     }
     if (!CanWriteFormat(FramePath(job.output, job.first), &error)) throw UsageError{error};
+    for (int64_t n = job.first; !job.demo && !overwriteInput && n <= job.last; ++n) {
+      if (SameFile(FramePath(job.input, n), FramePath(job.output, n)))
+        throw UsageError{"OUTPUT " + FramePath(job.output, n) + " is the INPUT file; give --overwrite-input to replace it"};
+    }
 
     for (size_t i = 0; i < paramText.size(); ++i) {
       if (app.count("--" + session->Options()[i].name))
@@ -239,6 +245,9 @@ int main(int argc, char** argv) {
   tarvo::cli::InstallInterruptCleanup();
   try {
     return tarvo::cli::Run(argc, argv);
+  } catch (const std::bad_alloc&) {
+    fprintf(stderr, "tarvo-ripple: out of memory\n");
+    return tarvo::cli::kExitError;
   } catch (const std::exception& e) {
     fprintf(stderr, "tarvo-ripple: %s\n", e.what());
     return tarvo::cli::kExitError;
