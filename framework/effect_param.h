@@ -38,6 +38,8 @@ class EffectParam {
 
   // Slot 1: declares the parameter to the host (add_param, appended).
   virtual PF_Err AddToHost() = 0;
+  // Slots 2, 6, 8 and 9 and the raw setters complete the framework's interface for the
+  // family's other effects; the Ripple effect never calls them.
   // Slot 2: trunc(min), trunc(max) of a row.
   virtual void GetIntRange(int32_t* min, int32_t* max, int16_t row);
   // Slot 3: the row's default (a colour row: its colour), tag 0.

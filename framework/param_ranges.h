@@ -54,7 +54,6 @@ struct ParamRangeTable {
   // A row outside 0..kRows − 1 reads as an all-zero row.
   const ParamRangeRecord& Row(int16_t row) const;
   void GetRange(int16_t row, float* min, float* max) const;
-  bool IsColour(int16_t row) const { return Row(row).kind == kRangeColour; }
 };
 
 extern const ParamRangeTable g_paramRanges;

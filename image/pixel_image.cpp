@@ -16,11 +16,6 @@ ShortRect ToShortRect(const LongRect& r) {
                    static_cast<int16_t>(r.right)};
 }
 
-ShortRect OffsetRect(const ShortRect& r, ShortPoint by) {
-  return ShortRect{static_cast<int16_t>(r.top + by.v), static_cast<int16_t>(r.left + by.h),
-                   static_cast<int16_t>(r.bottom + by.v), static_cast<int16_t>(r.right + by.h)};
-}
-
 uint32_t PixelWord(const PF_Pixel& p) {
   uint32_t word;
   memcpy(&word, &p, sizeof word);

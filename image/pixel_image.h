@@ -31,13 +31,8 @@ struct LongRect {
   int32_t left, top, right, bottom;
 };
 
-struct ShortPoint {
-  int16_t v, h;
-};
-
 LongRect ToLongRect(const ShortRect& r);   // sign-extends
 ShortRect ToShortRect(const LongRect& r);  // keeps the low 16 bits
-ShortRect OffsetRect(const ShortRect& r, ShortPoint by);  // moves by +by
 
 struct PixMapRec {
   LongRect bounds;
@@ -46,6 +41,7 @@ struct PixMapRec {
   uint8_t* base;  // first byte of the top row
 };
 
+// The fields are for the family's effects on interlaced frames; the Ripple effect wraps all rows.
 enum FieldSelect : int32_t { AllRows = 0, UpperField = 1, LowerField = 2 };
 
 // One row of an image: its first byte and the stride to the next row.
@@ -74,7 +70,7 @@ class PixelImage {
 
   bool Wrap(int16_t width, int16_t height, int32_t rowbytes, void* data, FieldSelect field);
   bool Allocate(const ShortRect& r);
-  bool Resize(const ShortRect& r);
+  bool Resize(const ShortRect& r);  // MakeTFXWorld's blank frame only
   void Release();
   // Re-reads width and height from the record; a handle to no record gives 0.
   void UpdateSize();

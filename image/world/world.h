@@ -23,7 +23,7 @@ namespace tarvo {
 
 class World {
  public:
-  enum Mode : int32_t { kWrap = 0, kCopy = 1 };
+  enum Mode : int32_t { kWrap = 0, kCopy = 1 };  // kCopy: for the family's other effects
 
   // Attaches to source at once; a failed attach leaves the World unattached
   // with an empty (0 × 0) image and is not reported.
@@ -44,6 +44,8 @@ class World {
   bool Filled() const { return filled != 0; }
   const PF_Pixel& FillColor() const { return fill_color; }
 
+  // For effects with further layer parameters; the Ripple effect only wraps
+  // the render command's two worlds.
   // Makes the World from the layer parameter at layerIndex. A layer without
   // pixels gives a blank image of the downsampled frame size, filled with
   // the colour parameter at colourIndex (> 0; alpha forced opaque) or opaque
