@@ -15,8 +15,8 @@ mode=$1 frei0r_dir=$2 reference=$3 work=$4 cli=${5:-}
 skip() { echo "SKIPPED: $*"; exit 77; }
 fail() { echo "FAIL: $*" >&2; exit 1; }
 
-command -v ffmpeg >/dev/null || skip "ffmpeg is not installed (apt-get install ffmpeg)"
-[[ $mode != melt ]] || command -v melt >/dev/null || skip "melt is not installed (apt-get install melt)"
+command -v ffmpeg >/dev/null || skip "ffmpeg is not installed (scripts/setup.sh installs it)"
+[[ $mode != melt ]] || command -v melt >/dev/null || skip "melt is not installed (scripts/setup.sh installs it)"
 
 rm -rf "$work" && mkdir -p "$work" && cd "$work"
 # Width a multiple of 16: ffmpeg's frei0r wrapper needs it.
