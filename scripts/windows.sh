@@ -67,17 +67,13 @@ python3 tests/windows/inspect_module.py --module "$aex" --source-dir "$root" --l
   fail "the 32-bit module is not what the host expects (see the FAIL lines above)"
 
 # --- 2. host-interface layout for i686 ---------------------------------------
-facts="$root/../shared/host-abi"
-if [[ -f $facts/gen_static_asserts.py ]]; then
-  step "compiling the host-interface layout assertions for i686"
-  mkdir -p "$win32/abi"
-  cmake -DPYTHON="$(command -v python3)" -DCXX="$(command -v i686-w64-mingw32-g++)" -DFACTS="$facts" \
-    -DHEADER="$root/host/api/host_api.h" -DINCLUDES="$root/host/api|$root/host/ops" -DWORK="$win32/abi" \
-    -DALIASES="$root/tests/abi/aliases.txt" -P tests/abi/check_abi.cmake ||
-    fail "host_api.h does not have the host's 32-bit layout"
-else
-  echo "windows: note: no host-abi facts at $facts; layout assertions not compiled" >&2
-fi
+step "compiling the host-interface layout assertions for i686"
+mkdir -p "$win32/abi"
+cmake -DCXX="$(command -v i686-w64-mingw32-g++)" \
+  -DHEADER="$root/host/api/host_api.h" -DINCLUDES="$root/host/api|$root/host/ops" \
+  -DLAYOUT="$root/tests/abi/layout.txt" -DCONSTANTS="$root/tests/abi/constants.txt" -DWORK="$win32/abi" \
+  -P tests/abi/check_abi.cmake ||
+  fail "host_api.h does not have the host's 32-bit layout"
 
 # --- 3. the Windows code paths, run under wine -------------------------------
 step "building the module and loader test host for 64-bit Windows in $win64"
