@@ -57,7 +57,6 @@ mkdir -p "$(dirname "$output")"
 submit() {  # submit ARRAY-RANGE: prints the job id
   local extra=()
   [[ -n $partition ]] && extra+=(--partition="$partition")
-  ((wait)) && extra+=(--wait)
   sbatch --parsable "${extra[@]}" --cpus-per-task="$cpus" --array="$1" \
     --output="${TARVO_FARM_LOGS:-$PWD}/tarvo-ripple-%A_%a.out" \
     "$job_script" "$first" "$last" "$chunk" "$input" "$output" "${pass[@]}"
@@ -71,22 +70,29 @@ if ((!wait)); then
   exit 0
 fi
 
-# A frame counts when it exists and reads back as an image.
+# Frames count when they exist and read back whole: iinfo exits 0 on a truncated image, so
+# anything it says on stderr is a failure. One reader pass over every frame first (starting the
+# reader costs more than reading a frame); chunk by chunk only when that pass fails.
+frames_read() { [[ -z $(iinfo --stats "$@" 2>&1 >/dev/null) ]]; }
 missing_chunks() {
-  local t n f bad
+  local t n all=() part
+  for ((n = first; n <= last; n++)); do all+=("$(frame_path "$output" "$n")"); done
+  frames_read "${all[@]}" && return 0
   for ((t = 0; t < tasks; t++)); do
-    bad=0
-    for ((n = first + t * chunk; n <= last && n < first + (t + 1) * chunk; n++)); do
-      f=$(frame_path "$output" "$n")
-      [[ -s $f ]] && iinfo --stats "$f" >/dev/null 2>&1 || { bad=1; break; }
-    done
-    if ((bad)); then echo "$t"; fi
+    part=("${all[@]:t * chunk:chunk}")
+    frames_read "${part[@]}" || echo "$t"
   done
 }
 
 range="0-$((tasks - 1))" round=0
+# Follows a job until none of its tasks is queued or running (sbatch --wait polls more slowly).
+follow() {
+  while [[ -n $(squeue -h -j "$1" -o %i 2>/dev/null) ]]; do sleep 1; done
+}
+
 while :; do
   id=$(submit "$range") || true
+  [[ -n $id ]] && follow "$id"
   echo "farm: job ${id:-?} ran tasks $range" >&2
   left=$(missing_chunks | paste -sd,)
   [[ -z $left ]] && break

@@ -65,6 +65,8 @@ SlurmdLogFile=$dir/log/slurmd.log
 ProctrackType=proctrack/linuxproc
 TaskPlugin=task/none
 SchedulerType=sched/backfill
+# Schedule freed cores at once rather than on the default one-minute pass, so array tasks follow each other closely.
+SchedulerParameters=sched_interval=1,bf_interval=1
 SelectType=select/cons_tres
 SelectTypeParameters=CR_Core
 ReturnToService=2
