@@ -109,6 +109,21 @@ fi
 echo "mutate: building the unmutated copy in $scratch" >&2
 cmake --build "$build" >"$scratch/logs/build.log" 2>&1 || { echo "mutate: the unmutated tree does not build, see $scratch/logs/build.log" >&2; exit 2; }
 
+# What the tests matching $1 run: the programs they start, the module they
+# load and the command line; everything when a test runs a script.
+targets() {
+  ctest --test-dir "$build" --show-only=json-v1 -R "$1" 2>/dev/null | python3 -c '
+import json, os, sys
+build = sys.argv[1]
+names = {"TarvoFXRipple", "tarvo-ripple"}
+for test in json.load(sys.stdin).get("tests", []):
+    command = test.get("command") or []
+    if not command or not command[0].startswith(build + "/"):
+        print("all"); sys.exit()
+    names.add(os.path.basename(command[0]))
+print(" ".join(sorted(names)))' "$build"
+}
+
 current=""
 restore() { [ -n "$current" ] && cp "$scratch/original" "$scratch/src/$current"; current=""; }
 trap 'restore' EXIT
@@ -130,7 +145,7 @@ for ((k = 0; k < total; ++k)); do
     continue
   fi
   start=$SECONDS
-  if ! cmake --build "$build" >"$log" 2>&1; then
+  if ! cmake --build "$build" --target $(targets "$tests") >"$log" 2>&1; then
     result=broken broken=$((broken + 1))
   elif ctest --test-dir "$build" -R "$tests" --stop-on-failure --timeout 600 -j "$jobs" >>"$log" 2>&1; then
     if [ -n "$why" ]; then result=harmless harmless=$((harmless + 1)); else result=MISSED missed=$((missed + 1)); fi
