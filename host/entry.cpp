@@ -25,6 +25,12 @@ int32_t RunEffectCommand() {
 extern "C" PF_Err __cdecl PluginMain(PF_Cmd cmd, PF_InData* in_data, PF_OutData* out_data, PF_ParamDef* params[],
                                      PF_LayerDef* output, void* extra);
 #define TARVO_EXPORT
+#elif defined(__EMSCRIPTEN__)
+// Linked into the studio page's program, whose own start is "main"; the
+// page's host calls the entry point through its address.
+#define TARVO_EXPORT
+extern "C" PF_Err PluginMain(PF_Cmd cmd, PF_InData* in_data, PF_OutData* out_data, PF_ParamDef* params[],
+                             PF_LayerDef* output, void* extra);
 #else
 // The symbol is "main", but to the compiler this is an ordinary function,
 // not a program's main.

@@ -12,6 +12,7 @@ packages=(
   libgegl-dev gegl
   clang libclang-rt-14-dev
   slurm-wlm munge
+  emscripten node-acorn chromium node-ws
 )
 packages+=("$@")
 

@@ -1,6 +1,7 @@
 #include "param_options.h"
 
 #include <stdio.h>
+#include <stdlib.h>
 
 #include <charconv>
 #include <cmath>
@@ -20,8 +21,20 @@ bool ParseNumber(const std::string& text, double* v) {
   const char* e = b + text.size();
   if (b != e && *b == '+') ++b;
   if (b == e) return false;
+#if defined(_LIBCPP_VERSION) && _LIBCPP_VERSION < 170000
+  // This libc++ (the WebAssembly build's) has no from_chars for doubles:
+  // strtod on the same plain decimal syntax (no blanks, hex, inf or nan).
+  for (const char* c = b; c != e; ++c)
+    if (!((*c >= '0' && *c <= '9') || *c == '.' || *c == 'e' || *c == 'E' || *c == '-' || *c == '+')) return false;
+  if (*b == '+') return false;
+  const std::string plain(b, e);
+  char* end = nullptr;
+  *v = strtod(plain.c_str(), &end);
+  return end == plain.c_str() + plain.size() && std::isfinite(*v);
+#else
   auto [ptr, ec] = std::from_chars(b, e, *v);
   return ec == std::errc() && ptr == e && std::isfinite(*v);
+#endif
 }
 
 bool ParseInt(const std::string& text, int64_t* v) {

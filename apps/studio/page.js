@@ -1,0 +1,431 @@
+// Tarvo Ripple Studio: the page around the render worker. The controls are
+// made from the parameters the plug-in declares at parameter set-up; every
+// setting travels as the command line's option name and value text, and the
+// worker's host applies them exactly as tarvo-ripple does. The page only
+// shows pictures: it computes none.
+'use strict';
+
+const $ = (id) => document.getElementById(id);
+const kSizes = ['320x240', '640x480', '1280x720', '1920x1080'];
+const kTimeScale = 30;  // the command line's default time scale
+
+const state = {
+  declared: null,         // the parameter list as --list-params --json prints it
+  controls: new Map(),    // option name → { def, get(), set(text), fromDefault }
+  settings: new Map(),    // option name → value text, for values not at their default
+  time: 0,
+  source: 'demo',         // 'demo' or 'file'
+  fileName: '',
+  fileBitmap: null,
+  width: 640, height: 480,
+  input: null,            // ImageData of the input (straight RGBA)
+  output: null,           // ImageData of the last render
+  outputBytes: null,      // its bytes, for the digest and the PNG
+  renders: 0,
+  digest: false,
+};
+
+// ---- the worker, one request at a time; a newer render replaces a waiting one
+
+const worker = new Worker('worker.js');
+let nextId = 1;
+let busy = null;          // the request the worker is on
+let waitingRender = null; // the newest render not yet sent
+const queue = [];         // other requests (open, input), in order
+const callbacks = new Map();
+
+function Send(msg, done) {
+  msg.id = nextId++;
+  callbacks.set(msg.id, done);
+  if (msg.op === 'render') {
+    if (waitingRender) callbacks.delete(waitingRender.id);  // stale: dropped unsent
+    waitingRender = msg;
+  } else {
+    queue.push(msg);
+  }
+  Pump();
+}
+
+function Pump() {
+  if (busy) return;
+  busy = queue.shift() || waitingRender;
+  if (!busy) return;
+  if (busy === waitingRender) waitingRender = null;
+  worker.postMessage(busy);
+}
+
+worker.onmessage = (e) => {
+  const reply = e.data;
+  const done = callbacks.get(reply.id);
+  callbacks.delete(reply.id);
+  busy = null;
+  if (reply.restarted) {
+    // A fresh program: set it up again before anything else.
+    queue.unshift({ op: 'open', id: nextId++ }, InputRequest());
+    queue[1].id = nextId++;
+  }
+  if (done) done(reply);
+  Pump();
+};
+
+// ---- settings
+
+function SettingsText() {
+  const lines = [];
+  for (const [name, text] of state.settings) lines.push(name + '=' + text);
+  if (state.time !== 0) lines.push('time=' + state.time);
+  return lines.join('\n');
+}
+
+function Changed(name, text) {
+  const c = state.controls.get(name);
+  if (text === '' || (c && text === c.defaultText)) state.settings.delete(name);
+  else state.settings.set(name, text);
+  ShowStrings();
+  Render();
+}
+
+// ---- rendering and showing
+
+function Render() {
+  if (!state.declared || !state.input) return;
+  $('status').textContent = 'rendering…';
+  Send({ op: 'render', settings: SettingsText() }, (reply) => {
+    if (reply.error) return ShowError(reply.error);
+    ShowError('');
+    state.outputBytes = new Uint8Array(reply.rgba);
+    state.output = new ImageData(new Uint8ClampedArray(reply.rgba), reply.width, reply.height);
+    state.renders++;
+    $('status').textContent = `${reply.width}×${reply.height} rendered in ${reply.ms.toFixed(1)} ms`;
+    $('status').dataset.ms = reply.ms.toFixed(3);
+    Show();
+    if (state.digest) WriteDigest(state.outputBytes);
+  });
+}
+
+async function WriteDigest(bytes) {
+  const hash = new Uint8Array(await crypto.subtle.digest('SHA-256', bytes));
+  const el = $('digest');
+  el.textContent = 'sha256:' + Array.from(hash, (b) => b.toString(16).padStart(2, '0')).join('');
+  el.dataset.renders = String(state.renders);
+}
+
+function Show() {
+  const image = $('before').checked ? state.input : (state.output || state.input);
+  if (!image) return;
+  const canvas = $('picture');
+  if (canvas.width !== image.width || canvas.height !== image.height) {
+    canvas.width = image.width;
+    canvas.height = image.height;
+  }
+  canvas.getContext('2d').putImageData(image, 0, 0);
+  PlaceHandle();
+}
+
+function ShowError(text) {
+  $('error').textContent = text;
+  if (text) {
+    $('status').textContent = 'error';
+    if (state.digest) $('digest').textContent = 'error: ' + text;
+  }
+}
+
+function InputRequest() {
+  if (state.source === 'file' && state.fileBitmap) {
+    const canvas = new OffscreenCanvas(state.width, state.height);
+    const ctx = canvas.getContext('2d');
+    ctx.drawImage(state.fileBitmap, 0, 0, state.width, state.height);
+    const data = ctx.getImageData(0, 0, state.width, state.height);
+    return { op: 'image', width: state.width, height: state.height, rgba: data.data.buffer };
+  }
+  return { op: 'demo', width: state.width, height: state.height };
+}
+
+function LoadInput() {
+  let request;
+  try {
+    request = InputRequest();
+  } catch (err) {
+    return ShowError('the picture cannot be read: ' + err.message);
+  }
+  Send(request, (reply) => {
+    if (reply.error) return ShowError(reply.error);
+    state.input = new ImageData(new Uint8ClampedArray(reply.rgba), reply.width, reply.height);
+    state.output = null;
+    ShowStrings();
+    Render();
+  });
+}
+
+// ---- controls from the declarations
+
+function FormatNumber(v) { return String(v); }
+
+function Row(label, title) {
+  const row = document.createElement('div');
+  row.className = 'control';
+  const name = document.createElement('label');
+  name.textContent = label;
+  name.title = title;
+  row.appendChild(name);
+  $('controls').appendChild(row);
+  return row;
+}
+
+function NumberControl(p, min, max, step) {
+  const row = Row(p.name, p.option);
+  const range = document.createElement('input');
+  range.type = 'range';
+  range.min = min; range.max = max; range.step = step;
+  const box = document.createElement('input');
+  box.type = 'text';
+  box.inputMode = 'decimal';
+  box.dataset.option = p.option.slice(2);
+  const defaultText = FormatNumber(p.default);
+  const set = (text) => { box.value = text; range.value = text; };
+  set(defaultText);
+  range.addEventListener('input', () => { box.value = range.value; Changed(box.dataset.option, range.value); });
+  box.addEventListener('change', () => { range.value = box.value; Changed(box.dataset.option, box.value.trim()); });
+  row.append(range, box);
+  return { defaultText, set };
+}
+
+function PopupControl(p) {
+  const row = Row(p.name, p.option);
+  const select = document.createElement('select');
+  select.dataset.option = p.option.slice(2);
+  const named = new Map(p.selectable.map((s) => [s.value, s.name]));
+  let defaultText = String(p.default);
+  for (let v = 1; v <= p.num_choices; v++) {
+    const label = p.choices[v - 1];
+    if (label !== undefined && !named.has(v)) continue;  // a separator line
+    const option = document.createElement('option');
+    option.value = named.get(v) || String(v);
+    option.textContent = label || `${v} (unnamed)`;
+    select.appendChild(option);
+    if (v === p.default) defaultText = option.value;
+  }
+  select.value = defaultText;
+  select.addEventListener('change', () => Changed(select.dataset.option, select.value));
+  row.appendChild(select);
+  return { defaultText, set: (text) => { select.value = text; } };
+}
+
+function PointControl(p) {
+  const row = Row(p.name, p.option + ' (drag on the picture)');
+  const box = document.createElement('input');
+  box.type = 'text';
+  box.dataset.option = p.option.slice(2);
+  box.placeholder = 'middle';
+  box.addEventListener('change', () => Changed(box.dataset.option, box.value.trim()));
+  row.appendChild(box);
+  state.point = { option: box.dataset.option, percent: p.default_percent, box };
+  return { defaultText: '', set: (text) => { box.value = text; } };
+}
+
+function BuildControls(declared) {
+  $('controls').textContent = '';
+  for (const p of declared.parameters) {
+    let c = null;
+    if (p.type === 'fixed_slider' || p.type === 'slider') {
+      c = NumberControl(p, p.slider_min, p.slider_max, p.type === 'slider' ? 1 : Math.pow(10, -(p.precision || 0)));
+    } else if (p.type === 'angle') {
+      c = NumberControl(p, 0, 360, 1);
+    } else if (p.type === 'popup') {
+      c = PopupControl(p);
+    } else if (p.type === 'point') {
+      c = PointControl(p);
+    }
+    if (c) state.controls.set(p.option.slice(2), c);
+  }
+}
+
+// The centre: where the point is now, in layer pixels.
+function CenterPixels() {
+  const pt = state.point;
+  if (!pt) return null;
+  const text = state.settings.get(pt.option);
+  if (text) {
+    const [x, y] = text.split(',').map(Number);
+    return { x, y };
+  }
+  return { x: state.width * pt.percent[0] / 100, y: state.height * pt.percent[1] / 100 };
+}
+
+function PlaceHandle() {
+  const c = CenterPixels();
+  const canvas = $('picture');
+  if (!c || !canvas.width) return;
+  const scale = canvas.clientWidth / canvas.width;
+  const h = $('handle');
+  h.style.left = (canvas.offsetLeft + c.x * scale) + 'px';
+  h.style.top = (canvas.offsetTop + c.y * scale) + 'px';
+}
+
+function DragCenter(e) {
+  if (!state.point) return;
+  const canvas = $('picture');
+  const r = canvas.getBoundingClientRect();
+  const x = Math.round(Math.min(Math.max((e.clientX - r.left) * canvas.width / r.width, 0), canvas.width));
+  const y = Math.round(Math.min(Math.max((e.clientY - r.top) * canvas.height / r.height, 0), canvas.height));
+  const text = `${x},${y}`;
+  state.point.box.value = text;
+  Changed(state.point.option, text);
+  PlaceHandle();
+}
+
+// ---- the same settings for the command line, ffmpeg and melt
+
+function Quote(s) { return /^[\w.,:=/+-]+$/.test(s) ? s : `'${s.replace(/'/g, `'\\''`)}'`; }
+
+function ShowStrings() {
+  const size = `${state.width}x${state.height}`;
+  const parts = state.source === 'file'
+    ? ['tarvo-ripple', Quote(state.fileName || 'input.png'), 'output.png']
+    : ['tarvo-ripple', '--demo', 'ripple.png', '--size', size];
+  for (const [name, text] of state.settings) parts.push('--' + name, Quote(text));
+  if (state.time !== 0) parts.push('--time', String(state.time));
+  $('cli').textContent = parts.join(' ');
+  ShowFilterStrings();
+}
+
+function ShowFilterStrings() {}
+
+// ---- time
+
+let playing = null;
+function SetTime(t) {
+  state.time = t;
+  $('time').value = t;
+  $('time-value').textContent = t;
+  ShowStrings();
+  Render();
+}
+
+function Play() {
+  if (playing) {
+    clearInterval(playing);
+    playing = null;
+    $('play').textContent = 'Play';
+    return;
+  }
+  $('play').textContent = 'Pause';
+  // One time step per frame at the time scale's rate; renders that cannot
+  // keep up are dropped, so the picture shows the newest time it can.
+  playing = setInterval(() => SetTime(state.time >= Number($('time').max) ? 0 : state.time + 1), 1000 / kTimeScale);
+}
+
+// ---- pictures from the user
+
+async function OpenFile(file) {
+  try {
+    state.fileBitmap = await createImageBitmap(file, { premultiplyAlpha: 'none', colorSpaceConversion: 'none' });
+  } catch (err) {
+    return ShowError(`${file.name} is not a picture this browser can decode`);
+  }
+  state.source = 'file';
+  state.fileName = file.name;
+  const src = $('source');
+  let opt = src.querySelector('option[value=file]');
+  if (!opt) { opt = document.createElement('option'); opt.value = 'file'; src.appendChild(opt); }
+  opt.textContent = file.name;
+  src.value = 'file';
+  const own = `${state.fileBitmap.width}x${state.fileBitmap.height}`;
+  SetSizes(own);
+  SetSize(own);
+}
+
+function SetSizes(own) {
+  const select = $('size');
+  select.textContent = '';
+  for (const s of (own && !kSizes.includes(own) ? [own, ...kSizes] : kSizes)) {
+    const o = document.createElement('option');
+    o.value = s;
+    o.textContent = s.replace('x', '×') + (s === own ? ' (the picture’s own)' : '');
+    select.appendChild(o);
+  }
+}
+
+function SetSize(text) {
+  const [w, h] = text.split('x').map(Number);
+  state.width = w;
+  state.height = h;
+  $('size').value = text;
+  LoadInput();
+}
+
+// ---- PNG download: the rendered bytes, exactly
+
+async function Download() {
+  if (!state.output) return;
+  const blob = await EncodePng(state.outputBytes, state.output.width, state.output.height);
+  const a = document.createElement('a');
+  a.href = URL.createObjectURL(blob);
+  a.download = 'ripple.png';
+  a.click();
+  setTimeout(() => URL.revokeObjectURL(a.href), 1000);
+}
+
+// ---- start
+
+function ApplyQuery() {
+  const q = new URLSearchParams(location.search);
+  if (q.has('demo')) {
+    const size = q.get('demo');
+    state.width = Number(size.split('x')[0]);
+    state.height = Number(size.split('x')[1]);
+  }
+  state.digest = q.get('digest') === '1';
+  for (const [name, text] of q) {
+    if (name === 'demo' || name === 'digest') continue;
+    if (name === 'time') { state.time = Number(text); $('time').value = text; $('time-value').textContent = text; continue; }
+    state.settings.set(name, text);
+    const c = state.controls.get(name);
+    if (c) c.set(text);
+  }
+}
+
+function Start() {
+  SetSizes('');
+  Send({ op: 'open' }, (reply) => {
+    if (reply.error) return ShowError(reply.error);
+    state.declared = reply.declared;
+    BuildControls(reply.declared);
+    ApplyQuery();
+    $('size').value = `${state.width}x${state.height}`;
+    LoadInput();
+  });
+
+  $('source').addEventListener('change', () => {
+    state.source = $('source').value;
+    if (state.source === 'demo') { SetSizes(''); SetSize('640x480'); } else { SetSize(`${state.fileBitmap.width}x${state.fileBitmap.height}`); }
+  });
+  $('file').addEventListener('change', () => { if ($('file').files[0]) OpenFile($('file').files[0]); });
+  $('size').addEventListener('change', () => SetSize($('size').value));
+  $('before').addEventListener('change', Show);
+  $('download').addEventListener('click', Download);
+  $('defaults').addEventListener('click', () => {
+    for (const [name, c] of state.controls) c.set(c.defaultText);
+    state.settings.clear();
+    ShowStrings();
+    Render();
+  });
+  $('time').addEventListener('input', () => SetTime(Number($('time').value)));
+  $('play').addEventListener('click', Play);
+  for (const b of document.querySelectorAll('[data-copy]')) {
+    b.addEventListener('click', () => navigator.clipboard.writeText($(b.dataset.copy).textContent));
+  }
+  const stage = $('stage');
+  let dragging = false;
+  stage.addEventListener('pointerdown', (e) => { dragging = true; stage.setPointerCapture(e.pointerId); DragCenter(e); });
+  stage.addEventListener('pointermove', (e) => { if (dragging) DragCenter(e); });
+  stage.addEventListener('pointerup', () => { dragging = false; });
+  stage.addEventListener('dragover', (e) => e.preventDefault());
+  stage.addEventListener('drop', (e) => {
+    e.preventDefault();
+    if (e.dataTransfer.files[0]) OpenFile(e.dataTransfer.files[0]);
+  });
+  window.addEventListener('resize', PlaceHandle);
+}
+
+Start();
