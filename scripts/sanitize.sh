@@ -28,4 +28,4 @@ export ASAN_OPTIONS=detect_leaks=1
 export UBSAN_OPTIONS=halt_on_error=1:print_stacktrace=1
 # The frei0r end-to-end, installed-filter and editor-description tests run
 # ffmpeg/melt; the GEGL operation's test runs gegl.
-ctest --test-dir "$build" --output-on-failure -j "$(nproc)" -E '^frei0r\.(e2e_|install|kdenlive)|^gegl\.'
+ctest --test-dir "$build" --output-on-failure -j "$(nproc)" -E '^frei0r\.(e2e_|install|kdenlive)|^gegl\.|^studio\.'
