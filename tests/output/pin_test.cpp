@@ -7,7 +7,6 @@
 
 #include "host_call.h"
 #include "output_stage.h"
-#include "plugin_alloc.h"
 #include "test_picture.h"
 
 namespace tarvo {
@@ -74,26 +73,6 @@ TEST_F(Pinning, ModeTableChoosesColumnAndRowShapes) {
     EXPECT_EQ(memcmp(pins.columns, Profile(columnShape, 13).data(), 13 * sizeof(PinWeight)), 0) << mode;
     EXPECT_EQ(memcmp(pins.rows, Profile(rowShape, 9).data(), 9 * sizeof(PinWeight)), 0) << mode;
   }
-}
-
-TEST_F(Pinning, OutOfMemoryKeepsNothing) {
-  AllocStats* stats = PluginAllocStats();
-  const int64_t live = stats->liveBlocks;
-  for (int failing = 1; failing <= 2; ++failing) {
-    stats->failAt = failing;
-    {
-      const PinProfiles pins(1, 11, 11);
-      stats->failAt = 0;
-      EXPECT_FALSE(pins.ok);
-    }
-    EXPECT_EQ(stats->liveBlocks, live) << "allocation " << failing;
-  }
-  {
-    const PinProfiles pins(0, 3, 3);  // No Pin still allocates both, and frees them
-    ASSERT_TRUE(pins.ok);
-    EXPECT_EQ(stats->liveBlocks, live + 2);
-  }
-  EXPECT_EQ(stats->liveBlocks, live);
 }
 
 TEST_F(Pinning, HeldPointsAndRamps) {
