@@ -95,30 +95,6 @@ TEST(FieldKernel, TwirlAndFade) {
     }
 }
 
-// The same positive angular height swirls one way in the Circular branch
-// and the other way in the stretched ones, so stretches of 1.005 (counted
-// as none) and 1.02 turn opposite ways.
-TEST(Field, CircularAndStretchedBranchesTurnOppositeWays) {
-  Inputs in = Flat();
-  in.stretchAngle = 45, in.stretch = 1.005f;
-  Rendered circular(100, 100, in);
-  in.stretch = 1.02f;
-  Rendered rotated(100, 100, in);
-  in.stretchAngle = 0;
-  Rendered axis(100, 100, in);
-  ASSERT_EQ(circular->Branch(), FieldBranch::kCircular);
-  ASSERT_EQ(rotated->Branch(), FieldBranch::kRotated);
-  ASSERT_EQ(axis->Branch(), FieldBranch::kAxisStretched);
-  // The offset (0.5, 0.5) in each field.
-  const QuadrantField &c = *circular->quadrant, &s = *rotated->quadrant, &a = *axis->quadrant;
-  EXPECT_EQ(s.polar[s.Index(0, 101)].distance, c.polar[0].distance);
-  EXPECT_LT(c.displacement[0].angular, 0.0f);
-  EXPECT_GT(s.displacement[s.Index(0, 101)].angular, 0.0f);
-  EXPECT_GT(a.displacement[0].angular, 0.0f);
-  EXPECT_GT(c.displacement[0].radial, 0.0f);
-  EXPECT_GT(s.displacement[s.Index(0, 101)].radial, 0.0f);
-}
-
 // Across the stretched axis (90°, stretch 2, outer radius 40) the quadrant
 // has 80 rows, but rows beyond 20 have no columns: the radicand is negative.
 TEST(Field, AxisStretchedRowsBeyondHalfTheOuterRadiusAreEmpty) {
