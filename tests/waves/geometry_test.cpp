@@ -1,5 +1,4 @@
-// Arctangent table, sine and cosine in degrees, and the frame timing read
-// from the current host call.
+// Arctangent table and the frame timing read from the current host call.
 #include <math.h>
 #include <stdint.h>
 
@@ -28,16 +27,6 @@ TEST(ArcTanTable, TruncatedEntriesLookupAndHeldInputs) {
                {1.0f, top},  {0.00125f, 81.0f / 65536.0f},  // f = 128: (163 × 128) >> 8
                {-0.5f, 0.0f}, {NAN, 0.0f}, {1.0000001f, top}, {1.0e30f, top}, {INFINITY, top}};
   for (const auto& c : cases) EXPECT_EQ(t.Lookup(c.x), c.value) << c.x;
-}
-
-TEST(SinCosDeg, ReadTheSineTable) {
-  g_sineTable.Build(kSine, false);
-  EXPECT_EQ(SinDeg(30.0f), 0.5f);
-  // The single-precision sine of 150° is just below 0.5: the entry truncates.
-  EXPECT_EQ(SinDeg(150.0f), 32767.0f / 65536.0f);
-  EXPECT_EQ(CosDeg(0.0f), 1.0f);
-  EXPECT_EQ(CosDeg(-60.0f), 0.5f);
-  EXPECT_EQ(CosDeg(180.0f), -1.0f);
 }
 
 TEST(HostTiming, FrameIndexPhaseOffsetAndQuality) {

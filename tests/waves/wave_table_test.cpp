@@ -1,5 +1,5 @@
-// Wave tables: the shapes' tabulated values, the guard entries, building
-// once, and lookup with range reduction, wrapping and interpolation.
+// Wave tables: the shapes' tabulated values, the guard entries, and lookup
+// with range reduction, wrapping and interpolation.
 #include <math.h>
 
 #include <algorithm>
@@ -77,17 +77,6 @@ TEST(WaveTableShapes, EveryShapeInRangeWithGuardEntriesAndUnknownIsSine) {
     EXPECT_EQ(f.after, 0x5A5A5A5A);
     EXPECT_TRUE(std::equal(sine.entries, sine.entries + WaveTable::kEntries, f.table.entries)) << index;
   }
-}
-
-TEST(WaveTableBuild, BuildsOnceUnlessForced) {
-  WaveTable t{};
-  t.Build(kSine, false);
-  EXPECT_EQ(t.built, 1);
-  t.entries[90] = 12345;  // a second unforced build must not recompute
-  t.Build(kSquare, false);
-  EXPECT_EQ(t.entries[90], 12345);
-  t.Build(kSawtooth, true);  // forced: replaced by another shape
-  EXPECT_EQ(t.entries[90], -32768);
 }
 
 TEST(WaveLookup, PeriodsInterpolationAndRangeReduction) {
