@@ -12,7 +12,9 @@
 #include "progress.h"
 
 #if !defined(_WIN32)
+#include <signal.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #endif
@@ -132,9 +134,13 @@ void RenderFrames(const RenderJob& job, EffectSession& session, SharedState* sha
 
 #if !defined(_WIN32)
 // Renders in jobs worker processes. Each worker opens the module and sets
-// the effect up itself, exactly as this process did.
-int RunWorkers(const RenderJob& job, int jobs, SharedState* shared, ProgressBar& bar) {
+// the effect up itself, exactly as this process did. A worker ends with
+// its parent (SIGTERM, whose handler removes its temporary file) and keeps
+// its temporary file's name in memory shared with the parent, which
+// removes it when the worker is killed.
+int RunWorkers(const RenderJob& job, int jobs, SharedState* shared, TempFileSlot* slots, ProgressBar& bar) {
   fflush(nullptr);
+  const pid_t parent = getpid();
   std::vector<pid_t> workers;
   for (int i = 0; i < jobs; ++i) {
     const pid_t pid = fork();
@@ -143,6 +149,9 @@ int RunWorkers(const RenderJob& job, int jobs, SharedState* shared, ProgressBar&
       break;
     }
     if (pid == 0) {
+      // The parent may have died before the death signal was asked for.
+      if (prctl(PR_SET_PDEATHSIG, SIGTERM) != 0 || getppid() != parent) _exit(0);
+      UseTempFileSlot(&slots[i]);
       std::string error;
       auto session = EffectSession::Open(job.modulePath, &error);
       if (!session) {
@@ -172,8 +181,12 @@ int RunWorkers(const RenderJob& job, int jobs, SharedState* shared, ProgressBar&
       break;
     }
     --running;
+    for (size_t i = 0; i < workers.size(); ++i)
+      if (workers[i] == pid) RemoveTempFile(&slots[i]);  // left only by a worker that did not finish its write
     if (WIFSIGNALED(status))
-      Fail(shared, kExitError, "a worker process ended by signal " + std::to_string(WTERMSIG(status)));
+      Fail(shared, kExitError,
+           "a worker process was killed by signal " + std::to_string(WTERMSIG(status)) + " (" +
+               strsignal(WTERMSIG(status)) + ")");
     else if (WIFEXITED(status) && WEXITSTATUS(status) != 0)
       Fail(shared, kExitError, "a worker process failed with status " + std::to_string(WEXITSTATUS(status)));
   }
@@ -195,14 +208,18 @@ int RunRenderJob(const RenderJob& job, EffectSession& session) {
   SharedState* shared = nullptr;
   SharedState local;
 #if !defined(_WIN32)
+  // The shared state, then one temporary-file slot per worker.
+  const size_t mappedSize = sizeof(SharedState) + sizeof(TempFileSlot) * static_cast<size_t>(jobs);
   void* mapped = MAP_FAILED;
   if (jobs > 1) {
-    mapped = mmap(nullptr, sizeof(SharedState), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    mapped = mmap(nullptr, mappedSize, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     if (mapped == MAP_FAILED) jobs = 1;  // render here instead
   }
   if (jobs > 1) {
     shared = new (mapped) SharedState();
-    code = RunWorkers(job, jobs, shared, bar);
+    auto* slots = reinterpret_cast<TempFileSlot*>(static_cast<char*>(mapped) + sizeof(SharedState));
+    for (int i = 0; i < jobs; ++i) new (&slots[i]) TempFileSlot();
+    code = RunWorkers(job, jobs, shared, slots, bar);
   }
 #endif
   if (!shared) {
@@ -216,7 +233,7 @@ int RunRenderJob(const RenderJob& job, EffectSession& session) {
 #if !defined(_WIN32)
   if (shared != &local) {
     shared->~SharedState();
-    munmap(mapped, sizeof(SharedState));
+    munmap(mapped, mappedSize);
   }
 #endif
   return code;
