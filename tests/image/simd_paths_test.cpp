@@ -3,7 +3,7 @@
 // code, on random rows and on rows holding edge values (boxes at the
 // image's last row and column, at the eight-wide path's limits of four
 // rows and four columns, beyond the integer path, not finite, signed
-// zeros). A processor without AVX2 skips what it cannot run.
+// zeros). Each width the processor has is compared with the narrowest.
 #include <gtest/gtest.h>
 #include <string.h>
 
@@ -34,8 +34,6 @@ void AtEachWidth(F f) {
   }
   LimitSimd(SimdLevel::kAvx2);
 }
-
-bool HaveAvx2() { return ActiveSimd() == SimdLevel::kAvx2; }
 
 struct Image {
   int w, h;
@@ -95,7 +93,7 @@ void Lines(std::mt19937& rng, int y, int x0, int count, float spread, bool quant
 }
 
 TEST(SimdPaths, AreaRowsAreTheSameAtEveryWidthOnRandomBoxes) {
-  if (!HaveAvx2()) GTEST_SKIP() << "no AVX2 on this processor";
+  if (ActiveSimd() == SimdLevel::kScalar) GTEST_SKIP() << "no vector width here";
   // Odd widths, padded rows, a one-pixel image; rows placed anywhere from
   // above the image to below it, so that groups straddle every edge.
   const Image imgs[] = {Image(61, 37, 0, 1), Image(13, 200, 3, 2), Image(300, 5, 1, 3), Image(1, 1, 0, 4),
@@ -117,7 +115,7 @@ TEST(SimdPaths, AreaRowsAreTheSameAtEveryWidthOnRandomBoxes) {
 }
 
 TEST(SimdPaths, AreaRowsAreTheSameAtEveryWidthOnEdgeBoxes) {
-  if (!HaveAvx2()) GTEST_SKIP() << "no AVX2 on this processor";
+  if (ActiveSimd() == SimdLevel::kScalar) GTEST_SKIP() << "no vector width here";
   const Image img(40, 30, 2, 9);
   const float inf = std::numeric_limits<float>::infinity(), nan = std::numeric_limits<float>::quiet_NaN();
   // Boxes (top, left, bottom, right), each put into a row of eleven plain
@@ -169,7 +167,7 @@ TEST(SimdPaths, AreaRowsAreTheSameAtEveryWidthOnEdgeBoxes) {
 // against SampleMapPoint: points inside, on the last row and column, at
 // the edges exactly, outside and not finite.
 TEST(SimdPaths, BilinearRowsAreTheSameAtEveryWidth) {
-  if (!HaveAvx2()) GTEST_SKIP() << "no AVX2 on this processor";
+  if (ActiveSimd() == SimdLevel::kScalar) GTEST_SKIP() << "no vector width here";
   tarvo::testing::HostCall call;
   const float nan = std::numeric_limits<float>::quiet_NaN(), inf = std::numeric_limits<float>::infinity();
   std::mt19937 rng(77);
@@ -226,7 +224,7 @@ TEST(SimdPaths, BilinearRowsAreTheSameAtEveryWidth) {
 // with signed zeros, NaN, infinities and huge values among them, rows
 // written over part of their columns.
 TEST(SimdPaths, PinnedMapsAreTheSameAtEveryWidth) {
-  if (!HaveAvx2()) GTEST_SKIP() << "no AVX2 on this processor";
+  if (ActiveSimd() == SimdLevel::kScalar) GTEST_SKIP() << "no vector width here";
   tarvo::testing::HostCall call;
   const float specials[] = {-0.0f, 0.0f, std::numeric_limits<float>::quiet_NaN(),
                             -std::numeric_limits<float>::infinity(), 3e38f, -1e-40f};
