@@ -1,12 +1,12 @@
 // AreaSampleSpan against AreaSampleQuad pixel by pixel: the row sampler
 // must give every byte the per-pixel sampler gives, for boxes inside,
 // across and outside the image, at 1/256 steps, at the limits of its
-// integer path and beyond them, and for points that are not finite.
+// integer path and beyond them, and for points that are not finite. Random
+// boxes: simd_paths_test, whose narrowest width is the per-pixel sampler.
 #include <gtest/gtest.h>
 
 #include <cmath>
 #include <limits>
-#include <random>
 #include <vector>
 
 #include "area_sampler.h"
@@ -33,33 +33,6 @@ int Mismatches(const PixelImage& image, const std::vector<float>& upper, const s
                     << ") (" << l[0] << ", " << l[1] << ") (" << l[2] << ", " << l[3] << ")";
   }
   return bad;
-}
-
-TEST(AreaSampleSpan, MatchesTheQuadSamplerOnRandomBoxes) {
-  const int sizes[][3] = {{61, 37, 0}, {13, 200, 3}, {300, 4, 1}, {1, 1, 0}};  // width, height, row padding
-  std::mt19937 rng(12345);
-  std::vector<float> upper(50), lower(50);
-  for (const auto& s : sizes) {
-    Picture img(s[0], s[1], s[2]);
-    img.Randomize(static_cast<uint32_t>(s[0]), true);
-    // From within a pixel to boxes of hundreds of pixels (extent 128 and
-    // more leaves the integer path); points on the 1/256 lattice or anywhere.
-    for (const float spread : {0.3f, 1.5f, 6.0f, 40.0f, 70.0f, 200.0f}) {
-      std::uniform_real_distribution<float> jitter(-spread, spread);
-      for (int n = 0; n < 80; ++n) {
-        const bool quantised = n % 2 == 0;
-        const int y = static_cast<int>(rng() % (s[1] + 9)) - 4, x0 = static_cast<int>(rng() % (s[0] + 9)) - 16;
-        for (size_t k = 0; k < upper.size(); k += 2) {
-          for (float* p : {&upper[k], &lower[k]}) {
-            p[0] = static_cast<float>(y + (p == &lower[k])) + jitter(rng);
-            p[1] = static_cast<float>(x0 + static_cast<int>(k / 2)) + jitter(rng);
-            if (quantised) p[0] = std::round(p[0] * 256.0f) / 256.0f, p[1] = std::round(p[1] * 256.0f) / 256.0f;
-          }
-        }
-        ASSERT_EQ(Mismatches(img.image, upper, lower), 0) << "spread " << spread << " image " << s[0] << "x" << s[1];
-      }
-    }
-  }
 }
 
 TEST(AreaSampleSpan, MatchesTheQuadSamplerAtEdgesLimitsAndOddValues) {
