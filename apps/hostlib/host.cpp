@@ -1,5 +1,4 @@
-// The host library: module loading, property-list decoding and an in-process
-// host that drives the plug-in's entry point with real records.
+// The in-process host: its records, its callbacks and the calls it makes.
 #include "host.h"
 
 #include <stdarg.h>
@@ -13,237 +12,8 @@
 #include <map>
 
 #include "fixed_point.h"
-#include "plugin_alloc.h"
-
-#if defined(_WIN32)
-#include <windows.h>
-#else
-#include <dlfcn.h>
-#endif
-
-#ifndef TARVO_MODULE_PATH
-#define TARVO_MODULE_PATH ""
-#endif
 
 namespace tarvo::host {
-
-// ---------------------------------------------------------------------------
-// Module
-
-namespace {
-
-// A property list larger than this is certainly not ours.
-constexpr uint32_t kMaxPropertyListBytes = 1u << 20;
-
-// The exported function's own type: calling it through any other function
-// type is undefined. ModuleAllocStats has the same layout.
-using AllocStatsFn = tarvo::AllocStats* (*)();
-static_assert(sizeof(tarvo::AllocStats) == sizeof(ModuleAllocStats));
-
-}  // namespace
-
-std::unique_ptr<Module> Module::Load(const std::string& path, std::string* error) {
-  auto fail = [&](const std::string& why) -> std::unique_ptr<Module> {
-    if (error) *error = why;
-    return nullptr;
-  };
-  if (path.empty()) return fail("no module path given");
-
-  std::unique_ptr<Module> m(new Module());
-#if defined(_WIN32)
-  HMODULE h = LoadLibraryA(path.c_str());
-  if (!h) return fail("cannot load module " + path + " (Windows error " + std::to_string(GetLastError()) + ")");
-  m->handle_ = h;
-  m->entry_ = reinterpret_cast<PF_EntryFunc>(reinterpret_cast<void*>(GetProcAddress(h, "main")));
-  if (!m->entry_) return fail("module " + path + " exports no entry point \"main\"");
-  if (HRSRC res = FindResourceA(h, MAKEINTRESOURCEA(16000), "PiPL")) {
-    DWORD size = SizeofResource(h, res);
-    HGLOBAL g = LoadResource(h, res);
-    const void* bytes = g ? LockResource(g) : nullptr;
-    if (!bytes || size == 0 || size > kMaxPropertyListBytes)
-      return fail("module " + path + " has an unreadable property list resource");
-    const auto* p = static_cast<const uint8_t*>(bytes);
-    m->pipl_.assign(p, p + size);
-  }
-  if (auto fn = reinterpret_cast<AllocStatsFn>(reinterpret_cast<void*>(GetProcAddress(h, "TarvoAllocStats"))))
-    m->stats_ = reinterpret_cast<ModuleAllocStats*>(fn());
-#else
-  dlerror();
-  void* h = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
-  if (!h) {
-    const char* why = dlerror();
-    return fail("cannot load module " + path + ": " + (why ? why : "unknown error"));
-  }
-  m->handle_ = h;
-  m->entry_ = reinterpret_cast<PF_EntryFunc>(dlsym(h, "main"));
-  if (!m->entry_) return fail("module " + path + " exports no entry point \"main\"");
-  const auto* list = static_cast<const uint8_t*>(dlsym(h, "TarvoPropertyList"));
-  const auto* size = static_cast<const uint32_t*>(dlsym(h, "TarvoPropertyListSize"));
-  if (list && size) {
-    if (*size == 0 || *size > kMaxPropertyListBytes)
-      return fail("module " + path + " declares a property list of " + std::to_string(*size) + " bytes");
-    m->pipl_.assign(list, list + *size);
-  }
-  if (auto fn = reinterpret_cast<AllocStatsFn>(dlsym(h, "TarvoAllocStats")))
-    m->stats_ = reinterpret_cast<ModuleAllocStats*>(fn());
-#endif
-  return m;
-}
-
-std::unique_ptr<Module> Module::LoadBuilt(std::string* error) { return Load(BuiltModulePath(), error); }
-
-std::string Module::BuiltModulePath() { return TARVO_MODULE_PATH; }
-
-Module::~Module() {
-  if (!handle_) return;
-#if defined(_WIN32)
-  FreeLibrary(static_cast<HMODULE>(handle_));
-#elif defined(__SANITIZE_ADDRESS__)
-  // Kept mapped so that leak reports can still name the module's frames.
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#else
-  dlclose(handle_);
-#endif
-#else
-  dlclose(handle_);
-#endif
-}
-
-// ---------------------------------------------------------------------------
-// Property list
-
-namespace {
-
-class ByteReader {
- public:
-  ByteReader(const std::vector<uint8_t>& b) : b_(b) {}
-  size_t pos() const { return pos_; }
-  size_t left() const { return b_.size() - pos_; }
-  bool U16(uint16_t* v) {
-    if (left() < 2) return false;
-    *v = static_cast<uint16_t>(b_[pos_] | b_[pos_ + 1] << 8);
-    pos_ += 2;
-    return true;
-  }
-  bool U32(uint32_t* v) {
-    if (left() < 4) return false;
-    *v = static_cast<uint32_t>(b_[pos_]) | static_cast<uint32_t>(b_[pos_ + 1]) << 8 |
-         static_cast<uint32_t>(b_[pos_ + 2]) << 16 | static_cast<uint32_t>(b_[pos_ + 3]) << 24;
-    pos_ += 4;
-    return true;
-  }
-  // A four-character code stored as a little-endian 32-bit value: its
-  // bytes appear reversed in the file.
-  bool Code(std::string* s) {
-    if (left() < 4) return false;
-    s->assign({static_cast<char>(b_[pos_ + 3]), static_cast<char>(b_[pos_ + 2]),
-               static_cast<char>(b_[pos_ + 1]), static_cast<char>(b_[pos_])});
-    pos_ += 4;
-    return true;
-  }
-  void Skip(size_t n) { pos_ += n < left() ? n : left(); }
-
- private:
-  const std::vector<uint8_t>& b_;
-  size_t pos_ = 0;
-};
-
-uint32_t LE32(const uint8_t* p) {
-  return static_cast<uint32_t>(p[0]) | static_cast<uint32_t>(p[1]) << 8 | static_cast<uint32_t>(p[2]) << 16 |
-         static_cast<uint32_t>(p[3]) << 24;
-}
-uint16_t LE16(const uint8_t* p) { return static_cast<uint16_t>(p[0] | p[1] << 8); }
-
-}  // namespace
-
-PropertyInfo ParsePropertyList(const std::vector<uint8_t>& bytes) {
-  PropertyInfo info;
-  auto fail = [&](const std::string& why) {
-    info.ok = false;
-    info.error = why;
-    return info;
-  };
-  if (bytes.empty()) return fail("property list is missing");
-  ByteReader r(bytes);
-  uint16_t head = 0;
-  uint32_t listVersion = 0, count = 0;
-  if (!r.U16(&head) || !r.U32(&listVersion) || !r.U32(&count)) return fail("property list is truncated in its header");
-  if (head != 1) return fail("property list does not start with 1 (found " + std::to_string(head) + ")");
-  if (listVersion != 0) return fail("unsupported property list version " + std::to_string(listVersion));
-  // Each property takes at least 16 bytes, which bounds any sane count.
-  if (count > r.left() / 16) return fail("property list claims " + std::to_string(count) + " properties, more than fit");
-
-  for (uint32_t i = 0; i < count; ++i) {
-    std::string vendor, key;
-    uint32_t id = 0, length = 0;
-    const std::string where = "property " + std::to_string(i + 1);
-    if (!r.Code(&vendor) || !r.Code(&key) || !r.U32(&id) || !r.U32(&length))
-      return fail(where + " is truncated");
-    if (vendor != "8BIM") return fail(where + " has vendor code \"" + vendor + "\", not \"8BIM\"");
-    if (length > r.left()) return fail(where + " (\"" + key + "\") claims " + std::to_string(length) + " bytes, only " +
-                                       std::to_string(r.left()) + " left");
-    const uint8_t* d = bytes.data() + r.pos();
-    auto lengthPrefixed = [&](std::string* out) -> bool {
-      if (length < 1 || d[0] > length - 1) return false;
-      out->assign(reinterpret_cast<const char*>(d + 1), d[0]);
-      return true;
-    };
-    auto needs = [&](uint32_t n) { return length >= n; };
-    bool good = true;
-    if (key == "kind") {
-      if ((good = needs(4))) info.kind = {static_cast<char>(d[3]), static_cast<char>(d[2]), static_cast<char>(d[1]),
-                                          static_cast<char>(d[0])};
-    } else if (key == "name") {
-      good = lengthPrefixed(&info.name);
-    } else if (key == "catg") {
-      good = lengthPrefixed(&info.category);
-    } else if (key == "eMNA") {
-      good = lengthPrefixed(&info.matchName);
-    } else if (key == "wx86") {
-      info.entryPoint.assign(reinterpret_cast<const char*>(d), strnlen(reinterpret_cast<const char*>(d), length));
-    } else if (key == "ePVR") {
-      if ((good = needs(4))) info.ePVRMajor = static_cast<int16_t>(LE16(d)), info.ePVRMinor = static_cast<int16_t>(LE16(d + 2));
-    } else if (key == "eSVR") {
-      if ((good = needs(4))) info.eSVRMajor = static_cast<int16_t>(LE16(d)), info.eSVRMinor = static_cast<int16_t>(LE16(d + 2));
-    } else if (key == "eVER") {
-      if ((good = needs(4))) info.version = LE32(d);
-    } else if (key == "eINF") {
-      if ((good = needs(2))) info.infoFlags = LE16(d);
-    } else if (key == "eGLO") {
-      if ((good = needs(4))) info.globalFlags = static_cast<int32_t>(LE32(d));
-    } else if (key == "aeFL") {
-      if ((good = needs(4))) info.reservedInfo = LE32(d);
-    } else if (key == "aeRD") {
-      if ((good = needs(4))) info.reserved = LE32(d);
-    }
-    if (!good) return fail(where + " (\"" + key + "\") has malformed data of " + std::to_string(length) + " bytes");
-    info.keys.push_back(key);
-    // Data is zero-padded to a multiple of 4; a missing final pad is tolerated.
-    r.Skip((static_cast<size_t>(length) + 3) & ~size_t{3});
-  }
-  info.ok = true;
-  return info;
-}
-
-std::string CheckEffectProperties(const PropertyInfo& info) {
-  if (!info.ok) return info.error;
-  auto has = [&](const char* k) {
-    for (const auto& key : info.keys)
-      if (key == k) return true;
-    return false;
-  };
-  for (const char* k : {"kind", "name", "wx86", "eSVR", "eVER", "eGLO"})
-    if (!has(k)) return std::string("property list has no \"") + k + "\" property";
-  if (info.kind != "eFKT") return "module is not an effect (kind \"" + info.kind + "\")";
-  if (info.entryPoint != "main") return "property list names entry point \"" + info.entryPoint + "\", not \"main\"";
-  if (info.eSVRMajor != 11) return "module speaks effect interface version " + std::to_string(info.eSVRMajor) + "." +
-                                   std::to_string(info.eSVRMinor) + ", not 11.x";
-  return "";
-}
-
-// ---------------------------------------------------------------------------
-// Image
 
 Image::Image(int32_t w, int32_t h, int32_t rb) {
   width = w > 0 ? w : 0;
@@ -258,9 +28,6 @@ bool Image::Valid() const {
   if (static_cast<int64_t>(rowbytes) < static_cast<int64_t>(width) * 4) return false;
   return data.size() >= static_cast<size_t>(rowbytes) * static_cast<size_t>(height);
 }
-
-// ---------------------------------------------------------------------------
-// Host
 
 namespace {
 
@@ -368,8 +135,7 @@ struct Host::Impl {
   static PF_Err CheckoutParam(PF_ProgPtr ref, PF_ParamIndex index, int32_t, int32_t, uint32_t, PF_ParamDef* param) {
     Impl* self = From(ref);
     Host* h = self->host;
-    ++h->counts_.checkout;
-    if (h->faults_.checkoutError) return h->faults_.checkoutError;
+    if (const PF_Err err = h->BeforeCallback(HostCallback::kCheckout)) return err;
     if (!param) return PF_Err_BAD_CALLBACK_PARAM;
     if (index < 0 || index > static_cast<PF_ParamIndex>(h->declared_.size())) return PF_Err_INVALID_INDEX;
     *param = self->values[static_cast<size_t>(index)];
@@ -377,14 +143,13 @@ struct Host::Impl {
   }
   static PF_Err CheckinParam(PF_ProgPtr ref, PF_ParamDef* param) {
     Host* h = From(ref)->host;
-    ++h->counts_.checkin;
+    if (const PF_Err err = h->BeforeCallback(HostCallback::kCheckin)) return err;
     return param ? PF_Err_NONE : PF_Err_BAD_CALLBACK_PARAM;
   }
   static PF_Err AddParam(PF_ProgPtr ref, PF_ParamIndex index, PF_ParamDef* def) {
     Impl* self = From(ref);
     Host* h = self->host;
-    ++h->counts_.addParam;
-    if (h->faults_.addParamFailAt == h->counts_.addParam) return h->faults_.addParamError;
+    if (const PF_Err err = h->BeforeCallback(HostCallback::kAddParam)) return err;
     if (!def) return PF_Err_BAD_CALLBACK_PARAM;
     const auto next = static_cast<PF_ParamIndex>(h->declared_.size() + 1);
     if (index != -1 && index != next) return PF_Err_INVALID_INDEX;
@@ -410,16 +175,13 @@ struct Host::Impl {
   static PF_Err Abort(PF_ProgPtr) { return PF_Err_NONE; }
   static PF_Err Progress(PF_ProgPtr ref, int32_t, int32_t) {
     Host* h = From(ref)->host;
-    ++h->counts_.progress;
-    if (h->faults_.stopAtProgress == h->counts_.progress) return h->faults_.progressError;
-    return PF_Err_NONE;
+    return h->BeforeCallback(HostCallback::kProgress);
   }
 
   // Utility callbacks.
   static PF_Err Copy(PF_ProgPtr ref, PF_EffectWorld* src, PF_EffectWorld* dst, PF_Rect* srcR, PF_Rect* dstR) {
     Host* h = From(ref)->host;
-    ++h->counts_.copy;
-    if (h->faults_.copyError) return h->faults_.copyError;
+    if (const PF_Err err = h->BeforeCallback(HostCallback::kCopy)) return err;
     if (!WorldUsable(src) || !WorldUsable(dst)) return PF_Err_BAD_CALLBACK_PARAM;
     int32_t st, sl, sb, sr, dt, dl, db, dr;
     const bool srcAny = ClipRect(*src, srcR, &st, &sl, &sb, &sr);
@@ -438,8 +200,7 @@ struct Host::Impl {
   }
   static PF_Err Fill(PF_ProgPtr ref, const PF_Pixel* color, const PF_Rect* rect, PF_EffectWorld* world) {
     Host* h = From(ref)->host;
-    ++h->counts_.fill;
-    if (h->faults_.fillError) return h->faults_.fillError;
+    if (const PF_Err err = h->BeforeCallback(HostCallback::kFill)) return err;
     if (!WorldUsable(world)) return PF_Err_BAD_CALLBACK_PARAM;
     int32_t t, l, b, r;
     if (!ClipRect(*world, rect, &t, &l, &b, &r)) return PF_Err_NONE;
@@ -455,8 +216,7 @@ struct Host::Impl {
   static PF_Err NewWorld(PF_ProgPtr ref, int32_t width, int32_t height, PF_NewWorldFlags, PF_EffectWorld* world) {
     Impl* self = From(ref);
     Host* h = self->host;
-    ++h->counts_.newWorld;
-    if (h->faults_.newWorldError) return h->faults_.newWorldError;
+    if (const PF_Err err = h->BeforeCallback(HostCallback::kNewWorld)) return err;
     if (!world) return PF_Err_BAD_CALLBACK_PARAM;
     *world = PF_EffectWorld{};
     if (width < 0 || height < 0 || width > kMaxWorldSide || height > kMaxWorldSide) return PF_Err_BAD_CALLBACK_PARAM;
@@ -471,7 +231,7 @@ struct Host::Impl {
   }
   static PF_Err DisposeWorld(PF_ProgPtr ref, PF_EffectWorld* world) {
     Impl* self = From(ref);
-    ++self->host->counts_.disposeWorld;
+    if (const PF_Err err = self->host->BeforeCallback(HostCallback::kDisposeWorld)) return err;
     if (!world) return PF_Err_BAD_CALLBACK_PARAM;
     auto it = self->worlds.find(world->data);
     if (it == self->worlds.end()) return PF_Err_BAD_CALLBACK_PARAM;
@@ -484,7 +244,7 @@ struct Host::Impl {
   // ANSI callbacks reach their host through the one currently calling.
   static thread_local Host* calling;
   static int Sprintf(char* dst, const char* fmt, ...) {
-    if (calling) ++calling->counts_.sprintf;
+    if (calling) calling->BeforeCallback(HostCallback::kSprintf);
     if (!dst) return -1;
     if (!fmt) {
       dst[0] = 0;
@@ -497,7 +257,7 @@ struct Host::Impl {
     return n < 0 ? n : std::min(n, static_cast<int>(kSprintfBound - 1));
   }
   static char* Strcpy(char* dst, const char* src) {
-    if (calling) ++calling->counts_.strcpy;
+    if (calling) calling->BeforeCallback(HostCallback::kStrcpy);
     if (!dst) return dst;
     if (!src) {
       dst[0] = 0;

@@ -1,11 +1,10 @@
-// The project's host library: loads the plug-in module and drives it through
-// its exported entry point exactly as a video host does. Used by the tests,
-// the command-line host, the benchmarks and the frei0r adapter.
+// The in-process host: drives the plug-in's exported entry point exactly as a
+// video host does. Used by the tests, the command-line host, the benchmarks,
+// the frei0r filter and the GEGL operation.
 //
 // The host owns real PF_InData / PF_OutData records, a parameter array, the
 // input and output worlds over its own buffers, and every callback the
-// plug-in calls. Each callback can be told to fail; progress can be told to
-// ask for a stop at its Nth call.
+// plug-in calls.
 #pragma once
 
 #include <stdint.h>
@@ -15,62 +14,10 @@
 #include <vector>
 
 #include "host_api.h"
+#include "module.h"
+#include "property_list.h"
 
 namespace tarvo::host {
-
-// The allocation bookkeeping the module exports (same layout as the
-// plug-in's AllocStats).
-struct ModuleAllocStats {
-  int64_t failAt;
-  int64_t allocCount;
-  int64_t liveBlocks;
-  int64_t liveBytes;
-  int64_t peakBytes;
-};
-
-// A loaded plug-in module.
-class Module {
- public:
-  // Loads the module at path; on failure returns null and sets *error.
-  static std::unique_ptr<Module> Load(const std::string& path, std::string* error);
-  // The module this build of the project produced (its path is compiled in).
-  static std::unique_ptr<Module> LoadBuilt(std::string* error);
-  static std::string BuiltModulePath();
-  ~Module();
-
-  PF_EntryFunc Entry() const { return entry_; }
-  // The property list the host reads before calling the entry point; empty
-  // when the module carries none.
-  const std::vector<uint8_t>& PropertyList() const { return pipl_; }
-  // Null when the module was built without its test interface.
-  ModuleAllocStats* AllocStats() const { return stats_; }
-
- private:
-  Module() = default;
-  void* handle_ = nullptr;
-  PF_EntryFunc entry_ = nullptr;
-  std::vector<uint8_t> pipl_;
-  ModuleAllocStats* stats_ = nullptr;
-};
-
-// What the property list says, decoded.
-struct PropertyInfo {
-  std::string kind, name, category, entryPoint, matchName;
-  int ePVRMajor = 0, ePVRMinor = 0, eSVRMajor = 0, eSVRMinor = 0;
-  uint32_t version = 0;
-  int32_t globalFlags = 0;
-  uint16_t infoFlags = 0;
-  uint32_t reservedInfo = 0, reserved = 0;  // aeFL, aeRD
-  std::vector<std::string> keys;            // every key, in list order
-  bool ok = false;
-  std::string error;
-};
-// Decodes the list; ok = false with a one-line error for truncated or
-// malformed bytes. Unknown keys are listed in keys and otherwise skipped.
-PropertyInfo ParsePropertyList(const std::vector<uint8_t>& bytes);
-// "" when info describes an effect this host can drive (kind eFKT, entry
-// point "main", interface version 11.x); otherwise what is wrong.
-std::string CheckEffectProperties(const PropertyInfo& info);
 
 // An 8-bit ARGB image in host memory; rowbytes may exceed width × 4.
 struct Image {
@@ -96,27 +43,15 @@ struct DeclaredParam {
   std::vector<std::string> choices;
 };
 
-// Which callback to make fail, and with what.
-struct Faults {
-  int32_t addParamFailAt = 0;   // the Nth add_param call (1-based) returns addParamError
-  PF_Err addParamError = PF_Err_OUT_OF_MEMORY;
-  int32_t stopAtProgress = 0;   // the Nth progress call (1-based) returns progressError
-  PF_Err progressError = PF_Interrupt_CANCEL;
-  PF_Err fillError = 0;         // nonzero: fill returns it
-  PF_Err copyError = 0;
-  PF_Err newWorldError = 0;
-  PF_Err checkoutError = 0;
-};
-
-struct CallCounts {
-  int32_t addParam = 0, progress = 0, fill = 0, copy = 0, newWorld = 0, disposeWorld = 0,
-          checkout = 0, checkin = 0, sprintf = 0, strcpy = 0;
-};
+// The host callbacks the plug-in can call (the ANSI ones that can fail
+// none: sprintf and strcpy).
+enum class HostCallback { kAddParam, kProgress, kFill, kCopy, kNewWorld, kDisposeWorld, kCheckout, kCheckin,
+                          kSprintf, kStrcpy };
 
 class Host {
  public:
   explicit Host(PF_EntryFunc entry);
-  ~Host();
+  virtual ~Host();
   Host(const Host&) = delete;
   Host& operator=(const Host&) = delete;
 
@@ -160,8 +95,6 @@ class Host {
   // Frame size reported in PF_InData (width/height); 0 follows the input.
   void SetFrameSize(int32_t width, int32_t height);
 
-  Faults& faults() { return faults_; }
-  CallCounts& counts() { return counts_; }
   // The message the plug-in left for the user, or "" when it set no
   // display-error flag.
   std::string ErrorMessage() const;
@@ -173,6 +106,12 @@ class Host {
   // percent (16.16) of size pixels, in 16.16 pixels, truncated as a host does.
   static PF_Fixed PointDefaultPixels(PF_Fixed percent, int32_t size);
 
+ protected:
+  // Called first in every callback the plug-in makes; a nonzero answer is
+  // what the callback returns, without doing its work (sprintf and strcpy
+  // cannot fail and ignore it). The test host injects faults here.
+  virtual PF_Err BeforeCallback(HostCallback) { return PF_Err_NONE; }
+
  private:
   struct Impl;
   std::unique_ptr<Impl> impl_;
@@ -182,8 +121,6 @@ class Host {
   PF_UtilCallbacks utils_{};
   PF_OutFlags outFlagsOnEntry_ = 0;
   std::vector<DeclaredParam> declared_;
-  Faults faults_;
-  CallCounts counts_;
   int32_t frameWidth_ = 0, frameHeight_ = 0;
   int32_t lastInputWidth_ = 0, lastInputHeight_ = 0;
 

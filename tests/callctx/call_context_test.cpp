@@ -60,8 +60,8 @@ TEST(CallContext, ErrorWordAndStopCheck) {
     bool stop;
   } answers[] = {{0, false}, {0x10000, false}, {PF_Interrupt_CANCEL, true}, {0x18205, true}};
   for (const auto& a : answers) {
-    host.faults().stopAtProgress = host.counts().progress + 1;
-    host.faults().progressError = a.answer;
+    host.Faults().stopAtProgress = host.Counts().progress + 1;
+    host.Faults().progressError = a.answer;
     host.During([&](const HostCallArgs& c) {
       EXPECT_EQ(CallError(), 0);
       EXPECT_EQ(CheckAbort(), a.stop) << a.answer;
@@ -95,7 +95,7 @@ TEST(Messages, ReportOutOfMemoryWritesOncePerCall) {
       EXPECT_STREQ(c.out->return_msg, "marker");
       return PF_Err_NONE;
     });
-  EXPECT_EQ(host.counts().sprintf, 2);
+  EXPECT_EQ(host.Counts().sprintf, 2);
   host.During([](const HostCallArgs& c) {
     SetCallError(PF_Interrupt_CANCEL);
     ReportOutOfMemory();

@@ -47,7 +47,7 @@ TEST(WorldTest, WrapUsesTheHostPixelsAndRefusesWorldsOutsideThePixelModel) {
     return PF_Err_NONE;
   });
   EXPECT_EQ(PluginAllocStats()->liveBlocks, liveBefore);
-  const host::CallCounts& n = host.counts();
+  const host::CallbackCounts& n = host.Counts();
   EXPECT_EQ(n.newWorld + n.copy + n.checkout + n.fill, 0) << "wrapping asks the host for nothing";
 }
 

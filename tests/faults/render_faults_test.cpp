@@ -93,7 +93,7 @@ TEST_P(RenderFaults, EachAllocationFailingInTurnLeavesTransparentBlackAndNoBlock
   for (int64_t k = 1; k <= allocations; ++k) {
     SCOPED_TRACE(::testing::Message() << "allocation " << k << " of " << allocations);
     stats->failAt = k;
-    const int sprintfs = host->counts().sprintf;
+    const int sprintfs = host->Counts().sprintf;
     const Image out = RenderNow();
     EXPECT_EQ(stats->failAt, 0) << "the allocation was made";
     // The first two blocks are the records of the output and input Worlds:
@@ -101,7 +101,7 @@ TEST_P(RenderFaults, EachAllocationFailingInTurnLeavesTransparentBlackAndNoBlock
     // nothing. Every later failure is reported, once.
     const bool world = k <= 2;
     EXPECT_EQ(host->ErrorMessage(), world ? "" : "Memory Allocation Failure!");
-    EXPECT_EQ(host->counts().sprintf - sprintfs, world ? 0 : 1);
+    EXPECT_EQ(host->Counts().sprintf - sprintfs, world ? 0 : 1);
     EXPECT_TRUE(AllTransparentBlack(out));
   }
   // One past the last: nothing fails and the render is the clean one.
@@ -114,24 +114,24 @@ TEST_P(RenderFaults, EachAllocationFailingInTurnLeavesTransparentBlackAndNoBlock
 }
 
 TEST_P(RenderFaults, AStopAtEachProgressCallInTurnLeavesTransparentBlackAndNoMessage) {
-  const int start = host->counts().progress;
+  const int start = host->Counts().progress;
   const Image clean = RenderNow();
-  const int calls = host->counts().progress - start;
+  const int calls = host->Counts().progress - start;
   ASSERT_GT(calls, kH);
   printf("[ faults   ] %s: %d stop points\n", GetParam().name, calls);
 
   for (int s = 1; s <= calls; ++s) {
     SCOPED_TRACE(::testing::Message() << "stop at progress call " << s << " of " << calls);
-    const int before = host->counts().progress;
-    host->faults().stopAtProgress = before + s;
-    const int sprintfs = host->counts().sprintf;
+    const int before = host->Counts().progress;
+    host->Faults().stopAtProgress = before + s;
+    const int sprintfs = host->Counts().sprintf;
     const Image out = RenderNow();
-    EXPECT_EQ(host->counts().progress - before, s) << "no question after the stop";
+    EXPECT_EQ(host->Counts().progress - before, s) << "no question after the stop";
     EXPECT_TRUE(AllTransparentBlack(out));
     EXPECT_EQ(host->ErrorMessage(), "");
-    EXPECT_EQ(host->counts().sprintf, sprintfs);
+    EXPECT_EQ(host->Counts().sprintf, sprintfs);
   }
-  host->faults().stopAtProgress = 0;
+  host->Faults().stopAtProgress = 0;
   EXPECT_EQ(RenderNow().data, clean.data);
 }
 
@@ -139,13 +139,13 @@ TEST_P(RenderFaults, AStopAtEachProgressCallInTurnLeavesTransparentBlackAndNoMes
 // a layer, so failing those changes nothing.
 TEST_P(RenderFaults, FailingWorldCopyAndCheckoutCallbacksChangeNothing) {
   const Image clean = RenderNow();
-  host->faults().newWorldError = PF_Err_OUT_OF_MEMORY;
-  host->faults().copyError = PF_Err_INTERNAL_STRUCT_DAMAGED;
-  host->faults().checkoutError = PF_Err_INVALID_INDEX;
+  host->Faults().newWorldError = PF_Err_OUT_OF_MEMORY;
+  host->Faults().copyError = PF_Err_INTERNAL_STRUCT_DAMAGED;
+  host->Faults().checkoutError = PF_Err_INVALID_INDEX;
   const Image out = RenderNow();
   EXPECT_EQ(out.data, clean.data);
   EXPECT_EQ(host->ErrorMessage(), "");
-  EXPECT_EQ(host->counts().newWorld + host->counts().copy + host->counts().checkout, 0);
+  EXPECT_EQ(host->Counts().newWorld + host->Counts().copy + host->Counts().checkout, 0);
 }
 
 INSTANTIATE_TEST_SUITE_P(BranchByMode, RenderFaults, ::testing::ValuesIn(kCases),

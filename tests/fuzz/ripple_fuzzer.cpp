@@ -45,11 +45,12 @@
 #include <memory>
 #include <string>
 
-#include "host.h"
+#include "test_host.h"
 
 namespace {
 
 using tarvo::host::Host;
+using tarvo::host::TestHost;
 using tarvo::host::Image;
 using tarvo::host::Module;
 using tarvo::host::ModuleAllocStats;
@@ -138,7 +139,7 @@ void SetParam(Host& host, int index, int32_t a, int32_t b) {
 void RunOne(const uint8_t* data, size_t size) {
   ModuleAllocStats& stats = *g_module->AllocStats();
   stats.failAt = 0;
-  Host host(g_module->Entry());
+  TestHost host(g_module->Entry());
   Reader in(data, size);
   int64_t budget = kPixelBudget;
 
@@ -204,16 +205,16 @@ void RunOne(const uint8_t* data, size_t size) {
       case 12: {
         const uint8_t which = in.U8() % 8;
         const int32_t v = in.I32();
-        tarvo::host::Faults& f = host.faults();
+        tarvo::host::FaultPlan& f = host.Faults();
         switch (which) {
           case 0: f.fillError = v; break;
           case 1: f.copyError = v; break;
           case 2: f.newWorldError = v; break;
           case 3: f.checkoutError = v; break;
-          case 4: f.addParamFailAt = host.counts().addParam + (v & 0xFF); break;
-          case 5: f.stopAtProgress = host.counts().progress + (v & 0xFFFF); break;
+          case 4: f.addParamFailAt = host.Counts().addParam + (v & 0xFF); break;
+          case 5: f.stopAtProgress = host.Counts().progress + (v & 0xFFFF); break;
           case 6: f.progressError = v; break;
-          default: f = tarvo::host::Faults{}; break;
+          default: f = tarvo::host::FaultPlan{}; break;
         }
         break;
       }
@@ -228,13 +229,13 @@ void RunOne(const uint8_t* data, size_t size) {
         Image output(w, h, rowbytes);
         std::fill(output.data.begin(), output.data.end(), kGuard);
         const auto inputBefore = input.data;
-        const tarvo::host::Faults& f = host.faults();
-        const int progressBefore = host.counts().progress;
+        const tarvo::host::FaultPlan& f = host.Faults();
+        const int progressBefore = host.Counts().progress;
         const bool allocFailed = call([&] { return host.Render(input, output); });
         const bool reported = !host.ErrorMessage().empty();
         const bool stopped = static_cast<int16_t>(f.progressError) != 0 && f.stopAtProgress > progressBefore &&
-                             f.stopAtProgress <= host.counts().progress;
-        const bool stopPending = static_cast<int16_t>(f.progressError) != 0 && f.stopAtProgress > host.counts().progress;
+                             f.stopAtProgress <= host.Counts().progress;
+        const bool stopPending = static_cast<int16_t>(f.progressError) != 0 && f.stopAtProgress > host.Counts().progress;
         if (input.data != inputBefore) Fail("render wrote into its input", command, w, h);
         if (!PaddingIntact(output, input)) Fail("render wrote into the output's row padding", command, w, rowbytes);
         if (f.fillError != 0) {

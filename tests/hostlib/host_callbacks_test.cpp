@@ -50,8 +50,8 @@ TEST(HostCallbacks, FillAndCopyKeepToTheWorldAndItsRows) {
     for (int b = 20; b < 27; ++b) EXPECT_EQ(img.data[static_cast<size_t>(y) * 27 + b], 0xEE);
     for (int b = 20; b < 22; ++b) EXPECT_EQ(dst.data[static_cast<size_t>(y) * 22 + b], 0x77);
   }
-  EXPECT_EQ(host.counts().fill, 6);
-  EXPECT_EQ(host.counts().copy, 1);
+  EXPECT_EQ(host.Counts().fill, 6);
+  EXPECT_EQ(host.Counts().copy, 1);
 }
 
 // new_world gives a zeroed host-owned world within the host's limits, which
@@ -97,8 +97,8 @@ TEST(HostCallbacks, SprintfStrcpyAndMessagesStayInsideTheirBuffers) {
   });
   EXPECT_EQ(std::string(name), "A Name Far Longer Than Thirty-O");  // 31 characters
   EXPECT_EQ(name[32], '#');
-  EXPECT_EQ(host.counts().sprintf, 2);
-  EXPECT_EQ(host.counts().strcpy, 2);
+  EXPECT_EQ(host.Counts().sprintf, 2);
+  EXPECT_EQ(host.Counts().strcpy, 2);
   EXPECT_EQ(host.ReturnMessage(), "Tarvo FX Ripple, v3.0\r");
   EXPECT_EQ(host.ErrorMessage(), "") << "a message counts only with the display flag";
   host.OutData().my_version = 7;

@@ -33,7 +33,7 @@ TEST_F(Commands, CommandsWithoutWorkWriteNothingAndBuildNothing) {
     EXPECT_TRUE(OutDataUnchanged()) << "command " << cmd << " wrote to PF_OutData";
     EXPECT_EQ(stats->allocCount, allocs) << "command " << cmd;
   }
-  EXPECT_EQ(host->counts().addParam + host->counts().fill + host->counts().copy + host->counts().progress, 0);
+  EXPECT_EQ(host->Counts().addParam + host->Counts().fill + host->Counts().copy + host->Counts().progress, 0);
 }
 
 TEST_F(Commands, GlobalSetupReportsVersionAndAddsItsFlags) {
@@ -108,7 +108,7 @@ const Expected kExpected[16] = {
 TEST_F(Commands, ParamsSetupDeclaresSixteenParametersInIndexOrder) {
   for (int round = 0; round < 2; ++round) {
     EXPECT_EQ(ParamsSetup(), PF_Err_NONE);
-    EXPECT_EQ(host->counts().addParam, 16 * (round + 1));
+    EXPECT_EQ(host->Counts().addParam, 16 * (round + 1));
     EXPECT_EQ(host->OutData().num_params, 17);
     EXPECT_EQ(host->ErrorMessage(), "");
     const auto& declared = host->Declared();
@@ -149,9 +149,9 @@ TEST_F(Commands, ParamsSetupDeclaresSixteenParametersInIndexOrder) {
 }
 
 TEST_F(Commands, AFailedDeclarationEndsTheList) {
-  host->faults().addParamFailAt = 3;
+  host->Faults().addParamFailAt = 3;
   EXPECT_EQ(ParamsSetup(), PF_Err_NONE) << "main answers 0 whatever happened";
-  EXPECT_EQ(host->counts().addParam, 3);
+  EXPECT_EQ(host->Counts().addParam, 3);
   EXPECT_EQ(host->Declared().size(), 2u);
   EXPECT_EQ(host->OutData().num_params, 17);
 }
@@ -161,11 +161,11 @@ TEST_F(Commands, AllocationFailuresInParamsSetupStopTheListWithAMessage) {
   // index i: the host then receives indices 1..i − 1.
   for (int64_t k = 1; k <= 19; ++k) {
     SCOPED_TRACE("failing allocation " + std::to_string(k));
-    host = std::make_unique<Host>(module().Entry());
+    host = std::make_unique<TestHost>(module().Entry());
     stats->failAt = k;
     EXPECT_EQ(ParamsSetup(), PF_Err_NONE);
     stats->failAt = 0;
-    EXPECT_EQ(host->counts().addParam, k >= 19 ? 16 : static_cast<int>(std::max<int64_t>(0, k - 3)));
+    EXPECT_EQ(host->Counts().addParam, k >= 19 ? 16 : static_cast<int>(std::max<int64_t>(0, k - 3)));
     EXPECT_EQ(host->OutData().num_params, k == 1 ? 1 : 17);
     EXPECT_EQ(host->ErrorMessage(), k >= 19 ? "" : "Memory Allocation Failure!");
   }
@@ -187,7 +187,7 @@ TEST_F(Commands, RenderClearsTheOutputFirstAndKeepsNothing) {
   const Image before = output;
   const int64_t a0 = stats->allocCount;
   EXPECT_EQ(Render(Image(24, 16), output), PF_Err_NONE);
-  EXPECT_EQ(host->counts().fill, 1);
+  EXPECT_EQ(host->Counts().fill, 1);
   EXPECT_TRUE(AllTransparentBlack(output));
   const int64_t a1 = stats->allocCount;
   EXPECT_EQ(Render(Image(24, 16), output), PF_Err_NONE);
@@ -195,7 +195,7 @@ TEST_F(Commands, RenderClearsTheOutputFirstAndKeepsNothing) {
   EXPECT_EQ(stats->allocCount - a1, a1 - a0) << "nothing is cached between calls";
 
   output = before;
-  host->faults().fillError = PF_Err_OUT_OF_MEMORY;
+  host->Faults().fillError = PF_Err_OUT_OF_MEMORY;
   const int64_t a2 = stats->allocCount;
   EXPECT_EQ(Render(Filled(24, 16, PF_Pixel{255, 1, 2, 3}), output), PF_Err_NONE);
   EXPECT_EQ(output.data, before.data);

@@ -8,7 +8,7 @@
 #include <functional>
 
 #include "call_context.h"
-#include "host.h"
+#include "test_host.h"
 
 namespace tarvo::testing {
 
@@ -38,8 +38,8 @@ inline PF_Err ScriptedMain(PF_Cmd cmd, PF_InData* in, PF_OutData* out, PF_ParamD
 }
 
 // A host whose entry point runs the script set last (nothing by default).
-struct ScriptedHost : host::Host {
-  ScriptedHost() : host::Host(&ScriptedMain) {
+struct ScriptedHost : host::TestHost {
+  ScriptedHost() : host::TestHost(&ScriptedMain) {
     CurrentScript() = nullptr;
     EntryCalls() = 0;
   }

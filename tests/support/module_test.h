@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "host.h"
+#include "test_host.h"
 
 namespace tarvo::host {
 
@@ -81,7 +81,7 @@ class PluginTest : public ::testing::Test {
     stats = module_->AllocStats();
     ASSERT_NE(stats, nullptr) << "module built without its test interface";
     stats->failAt = 0;
-    host = std::make_unique<Host>(module_->Entry());
+    host = std::make_unique<TestHost>(module_->Entry());
   }
   void TearDown() override {
     if (stats) stats->failAt = 0;
@@ -111,7 +111,7 @@ class PluginTest : public ::testing::Test {
   const Module& module() const { return *module_; }
 
   ModuleAllocStats* stats = nullptr;
-  std::unique_ptr<Host> host;
+  std::unique_ptr<TestHost> host;
 
  private:
   static inline Module* module_ = nullptr;
