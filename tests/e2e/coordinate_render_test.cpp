@@ -24,7 +24,7 @@ namespace tarvo::host {
 namespace {
 
 enum Param { kRadius = 1, kCenter, kWaveHeight, kWaveForm = 6, kStretch = 9, kStretchAngle, kTwirl, kPinMode,
-             kAntialias, kChaosBlend, kChaos };
+             kAntialias };
 enum PinMode { kNoPin = 1, kPinEdges, kPinLeft = 5, kPinTop, kPinHoriz = 10, kPinVertical };
 constexpr int32_t kW = 300, kH = 220;
 
@@ -32,13 +32,6 @@ bool Same(const PF_Pixel& a, const PF_Pixel& b) {
   return a.alpha == b.alpha && a.red == b.red && a.green == b.green && a.blue == b.blue;
 }
 bool Background(const PF_Pixel& p) { return Same(p, PF_Pixel{0, 0, 0, 0}); }  // sampled outside the source
-
-int CountDifferent(const Image& a, const Image& b) {
-  int n = 0;
-  for (int32_t y = 0; y < a.height; ++y)
-    for (int32_t x = 0; x < a.width; ++x) n += !Same(a.At(y, x), b.At(y, x));
-  return n;
-}
 
 // The rotated field writes the point reflection of each entry one grid
 // column to the left of where it belongs, so below the centre row a pixel
@@ -176,24 +169,6 @@ TEST_F(CoordinateRender, PixelsTheRippleDoesNotMoveAreExactCopies) {
       EXPECT_GT(edgeMisses, 0) << c.what;  // the exception is real
     }
   }
-}
-
-// Chaos Blend 100 at a whole Chaos position n × 10 renders exactly as
-// WaveForm "Spectrum n"; at position 13.3 it lies between Spectrum 13 and
-// 14 and is neither. Chaos Blend 0 leaves WaveForm alone whatever Chaos is.
-TEST_F(CoordinateRender, ChaosAtWholePositionsIsTheSpectrumItself) {
-  auto render = [&](int waveForm, double chaos, double blend) {
-    Reset();
-    for (auto [param, value] : {std::pair{kWaveHeight, 10.0}, {kWaveForm, waveForm * 1.0}, {kChaos, chaos},
-                                {kChaosBlend, blend}})
-      Set(param, value);
-    return Render();
-  };
-  for (const int n : {1, 7, 14}) EXPECT_EQ(CountDifferent(render(3, n * 10, 100), render(8 + n, 0, 0)), 0) << n;
-  const Image between = render(1, 133, 100);
-  EXPECT_GT(CountDifferent(between, render(21, 0, 0)), 1000);
-  EXPECT_GT(CountDifferent(between, render(22, 0, 0)), 1000);
-  EXPECT_EQ(CountDifferent(render(4, 95, 0), render(4, 0, 0)), 0);
 }
 
 }  // namespace

@@ -89,7 +89,7 @@ std::vector<Case> MakeCases() {
 
   // Chaos is a position along the fourteen spectra, × 0.1; Chaos Blend a
   // percentage of the chaos shape mixed into WaveForm. Whole positions
-  // render exactly as the spectrum's own WaveForm (checked in tests/e2e), so
+  // render exactly as the spectrum's own WaveForm (checked in tests/waves), so
   // the pure cases sit between two spectra.
   add("chaos-blend-50-square", "Square + 50% chaos 2.5", With(base, {{kWaveForm, 3}, {kChaos, 25}, {kChaosBlend, 50}}));
   for (int chaos : {25, 45, 95, 133})
