@@ -35,7 +35,8 @@ TEST(CallContext, DownsampledSize) {
   for (const auto& c : cases) EXPECT_EQ(ScaledWidth(c.width, c.num, c.den), c.scaled) << c.width << "/" << c.den;
   PF_InData in{};
   in.height = 486;
-  in.downsample_x = in.downsample_y = {1, 2};
+  in.downsample_x = {1, 1};  // each axis its own scale
+  in.downsample_y = {1, 2};
   StoreHostCall(PF_Cmd_RENDER, &in, nullptr, nullptr, nullptr, nullptr);
   EXPECT_EQ(g_callContext.g_scaledHeight, 243);
   ScaledWidth(720, 1, 0);
