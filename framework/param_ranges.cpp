@@ -65,7 +65,7 @@ namespace {
 // A colour row holds its colour whatever number is asked for.
 ParamValue RowValue(const ParamRangeRecord& r, float number) {
   ParamValue v;
-  if (r.kind == kRangeColour) {
+  if (r.kind == kRangeColor) {
     memcpy(&v.bits, &r.colour, sizeof v.bits);
   } else {
     v.SetFloat(number, 0);

@@ -10,7 +10,7 @@
 
 namespace tarvo {
 
-// Classifies a row. Only kColour changes behaviour: a colour row's value is
+// Classifies a row. Only kRangeColor changes behavior: a color row's value is
 // its colour, not a number.
 enum RangeKind : uint8_t {
   kRangePlain = 0,
@@ -19,7 +19,7 @@ enum RangeKind : uint8_t {
   kRangeFrameY = 3,          // vertical fraction of the frame
   kRangeUnit = 4,            // unit-interval quantities of other effects
   kRangeUnitAlt = 5,
-  kRangeColour = 6,
+  kRangeColor = 6,
 };
 
 struct ParamRangeRecord {

@@ -25,17 +25,17 @@ int32_t ScaledSize(int32_t size, const PF_RationalScale& scale) {
 
 }  // namespace
 
-void StoreHostCall(PF_Cmd cmd, PF_InData* in_data, PF_OutData* out_data, PF_ParamDef** params,
+void StoreHostCall(PF_Cmd cmd, PF_InData* inData, PF_OutData* outData, PF_ParamDef** params,
                    PF_LayerDef* output, void* extra) {
   CallContext& c = g_callContext;
   c.g_cmd = cmd;
-  c.g_inData = in_data;
-  c.g_outData = out_data;
+  c.g_inData = inData;
+  c.g_outData = outData;
   c.g_params = params;
   c.g_output = output;
   c.g_extra = extra;
-  c.g_scaledWidth = in_data ? ScaledSize(in_data->width, in_data->downsample_x) : 0;
-  c.g_scaledHeight = in_data ? ScaledSize(in_data->height, in_data->downsample_y) : 0;
+  c.g_scaledWidth = inData ? ScaledSize(inData->width, inData->downsample_x) : 0;
+  c.g_scaledHeight = inData ? ScaledSize(inData->height, inData->downsample_y) : 0;
   c.g_callError = 0;
 }
 

@@ -22,27 +22,27 @@ int32_t RunEffectCommand() {
 
 #if defined(_WIN32)
 // Exported as "main" by the module-definition file.
-extern "C" PF_Err __cdecl PluginMain(PF_Cmd cmd, PF_InData* in_data, PF_OutData* out_data, PF_ParamDef* params[],
+extern "C" PF_Err __cdecl PluginMain(PF_Cmd cmd, PF_InData* inData, PF_OutData* outData, PF_ParamDef* params[],
                                      PF_LayerDef* output, void* extra);
 #define TARVO_EXPORT
 #elif defined(__EMSCRIPTEN__)
 // Linked into the studio page's program, whose own start is "main"; the
 // page's host calls the entry point through its address.
 #define TARVO_EXPORT
-extern "C" PF_Err PluginMain(PF_Cmd cmd, PF_InData* in_data, PF_OutData* out_data, PF_ParamDef* params[],
+extern "C" PF_Err PluginMain(PF_Cmd cmd, PF_InData* inData, PF_OutData* outData, PF_ParamDef* params[],
                              PF_LayerDef* output, void* extra);
 #else
 // The symbol is "main", but to the compiler this is an ordinary function,
 // not a program's main.
 #define TARVO_EXPORT __attribute__((visibility("default")))
-extern "C" TARVO_EXPORT PF_Err PluginMain(PF_Cmd cmd, PF_InData* in_data, PF_OutData* out_data,
+extern "C" TARVO_EXPORT PF_Err PluginMain(PF_Cmd cmd, PF_InData* inData, PF_OutData* outData,
                                           PF_ParamDef* params[], PF_LayerDef* output, void* extra)
     __asm__("main");
 #endif
 
-extern "C" PF_Err PF_CDECL PluginMain(PF_Cmd cmd, PF_InData* in_data, PF_OutData* out_data, PF_ParamDef* params[],
+extern "C" PF_Err PF_CDECL PluginMain(PF_Cmd cmd, PF_InData* inData, PF_OutData* outData, PF_ParamDef* params[],
                                       PF_LayerDef* output, void* extra) {
-  tarvo::StoreHostCall(cmd, in_data, out_data, params, output, extra);
+  tarvo::StoreHostCall(cmd, inData, outData, params, output, extra);
   tarvo::RunEffectCommand();
   return PF_Err_NONE;
 }
