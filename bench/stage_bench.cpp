@@ -24,6 +24,26 @@
 namespace tarvo::bench {
 namespace {
 
+RippleSettings Settings(const DriverInputs& in) {
+  return {.waveHeight = in.waveHeight,
+          .angularWaveHeight = in.angularHeight,
+          .waveWidth = in.waveWidth,
+          .radius = in.radius,
+          .stretch = in.stretch,
+          .stretchAngle = in.stretchAngle,
+          .phase = in.phase,
+          .waveform = in.waveform,
+          .pinMode = in.pinMode,
+          .twirl = in.twirl,
+          .centreX = in.centreX,
+          .centreY = in.centreY,
+          .chaos = in.chaos,
+          .antialias = in.antialias,
+          .chaosBlend = in.chaosBlend,
+          .quality = in.quality,
+          .intensity = in.intensity};
+}
+
 // The frame's tables, as the driver prepares them.
 void PrepareTables(const DriverInputs& in, WaveTable& rippleWave) {
   g_arcTanTable.Build();
@@ -46,11 +66,8 @@ class Pipeline {
         output_(size.width, size.height),
         src_(static_cast<int16_t>(size.width), static_cast<int16_t>(size.height), input_.data.data(), AllRows),
         dst_(static_cast<int16_t>(size.width), static_cast<int16_t>(size.height), output_.data.data(), AllRows) {
-    float wh = in_.waveHeight, ah = in_.angularHeight, ww = in_.waveWidth;
-    ScaleByIntensity(in_.intensity, wh, ah, ww);
-    stretch_ = FloorStretch(in_.stretch);
+    settings_ = ToRendererSettings(Settings(in_), size.width, size.height);
     mode_ = ChooseSamplingMode(in_.quality, in_.antialias);
-    px_ = ToSourcePixels(size.width, size.height, wh, ah, ww, in_.radius, in_.centreX, in_.centreY);
     PrepareTables(in_, wave_);
     setup_ = RenderSetup{&src_, size.width, size.height, mode_, kTransparentBlack};
     if (pins_.ok) Build();
@@ -61,16 +78,14 @@ class Pipeline {
   // A new renderer: buffers allocated, field computed.
   void Build() {
     delete renderer_;
-    renderer_ = new RippleRenderer(setup_, px_.centreRow, px_.centreCol, src_, px_.waveHeightPx, px_.angularHeightPx,
-                                   px_.degreesPerPixel, px_.radiusPx, stretch_, in_.stretchAngle, in_.phase,
-                                   in_.pinMode, in_.twirl, wave_);
+    renderer_ = new RippleRenderer(setup_, settings_, wave_);
   }
   RippleRenderer& renderer() { return *renderer_; }
   SourceMap& map() { return *renderer_->sourceMap; }
   void Pin() {
     if (in_.pinMode != 0) PinSourceMap(map(), pins_);
   }
-  void Resample() { ResampleOutput(map(), dst_, mode_); }
+  void Resample() { ResampleOutput(map(), dst_); }
   const host::Image& input() const { return input_; }
   const host::Image& output() const { return output_; }
   host::Image& output() { return output_; }
@@ -84,9 +99,8 @@ class Pipeline {
   FrameSize size_;
   host::Image input_, output_;
   PixelImage src_, dst_;
-  float stretch_ = 1.0f;
   int32_t mode_ = 0;
-  RippleLengths px_{};
+  RendererSettings settings_{};
   RenderSetup setup_{};
   WaveTable wave_{};
   PinProfiles pins_{in_.pinMode, size_.height + 1, size_.width + 1};
@@ -162,9 +176,7 @@ void DriverStage(benchmark::State& state, const BenchCase& c, FrameSize size) {
   Pipeline p(c, size);
   const DriverInputs& in = p.inputs();
   for (auto _ : state) {
-    RenderRipple(p.source(), p.destination(), in.waveHeight, in.angularHeight, in.waveWidth, in.radius, in.stretch,
-                 in.stretchAngle, in.phase, in.waveform, in.pinMode, in.twirl, in.centreX, in.centreY, in.chaos,
-                 in.antialias, in.chaosBlend, in.quality, in.intensity);
+    RenderRipple(p.source(), p.destination(), Settings(in));
     benchmark::DoNotOptimize(p.output().data.data());
     benchmark::ClobberMemory();
   }

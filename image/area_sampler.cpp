@@ -274,10 +274,9 @@ PF_Pixel BoxSample(const PixelImage& image, int32_t x, int32_t w, int32_t y, int
   return NormalizeSum(sum, std::fabs(covered), std::fabs(area));
 }
 
-PF_Pixel AreaSampleQuad(const PixelImage& image, float p1v, float p1h, float p2v, float p2h, float p3v,
-                        float p3h, float p4v, float p4h, AreaSampleCache* cache) {
-  const AxisExtent v = QuadAxisExtent(p1v, p2v, p3v, p4v, image.Height());
-  const AxisExtent hz = QuadAxisExtent(p1h, p2h, p3h, p4h, image.Width());
+PF_Pixel AreaSampleQuad(const PixelImage& image, const float* upper, const float* lower, AreaSampleCache* cache) {
+  const AxisExtent v = QuadAxisExtent(upper[0], upper[2], lower[0], lower[2], image.Height());
+  const AxisExtent hz = QuadAxisExtent(upper[1], upper[3], lower[1], lower[3], image.Width());
   const float area = v.clipped * hz.clipped;
   return BoxSample(image, FloatToFixed(hz.lo), FloatToFixed(hz.extent), FloatToFixed(v.lo), FloatToFixed(v.extent),
                    area, cache);
@@ -748,7 +747,7 @@ void AreaSampleSpan(const PixelImage& image, const float* upper, const float* lo
       const float* up = upper + 2 * k;
       const float* lo = lower + 2 * k;
       if (!SpanPixel(base, stride, imageHeight, imageWidth, size, up, lo, out + k)) {
-        out[k] = AreaSampleQuad(image, up[0], up[1], up[2], up[3], lo[0], lo[1], lo[2], lo[3], cache);
+        out[k] = AreaSampleQuad(image, up, lo, cache);
       }
     };
     auto quad = [&](int32_t k) {
@@ -787,7 +786,7 @@ void AreaSampleSpan(const PixelImage& image, const float* upper, const float* lo
   for (int32_t k = 0; k < count; ++k) {
     const float* up = upper + 2 * k;
     const float* lo = lower + 2 * k;
-    out[k] = AreaSampleQuad(image, up[0], up[1], up[2], up[3], lo[0], lo[1], lo[2], lo[3], cache);
+    out[k] = AreaSampleQuad(image, up, lo, cache);
   }
 }
 

@@ -44,9 +44,10 @@ PixelSum BoxSum(const PixelImage& image, int32_t x, int32_t w, int32_t y, int32_
 PF_Pixel BoxSample(const PixelImage& image, int32_t x, int32_t w, int32_t y, int32_t h, float area,
                    AreaSampleCache* cache = nullptr);
 
-// Points are (vertical, horizontal) pairs: P1.v, P1.h, …, P4.v, P4.h.
-PF_Pixel AreaSampleQuad(const PixelImage& image, float p1v, float p1h, float p2v, float p2h,
-                        float p3v, float p3h, float p4v, float p4h, AreaSampleCache* cache = nullptr);
+// Four points as (vertical, horizontal) pairs: upper holds P1 and P2,
+// lower P3 and P4 (P1.v, P1.h, P2.v, P2.h).
+PF_Pixel AreaSampleQuad(const PixelImage& image, const float* upper, const float* lower,
+                        AreaSampleCache* cache = nullptr);
 
 // Per-render help for very large boxes (with extreme ripples a box can cover
 // the whole frame, making a render cost pixels squared): summed-area tables

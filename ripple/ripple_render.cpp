@@ -36,8 +36,24 @@ PF_Err RippleEffect::Render(PixelImage* in, PixelImage* out) {
   const float chaosBlend = static_cast<float>(Param(kChaosBlend)->Value() * static_cast<double>(0.01f));
   const int32_t intensity = PopupLow8(Param(kIntensity));
 
-  RenderRipple(*in, *out, waveHeight, angularHeight, waveWidth, radius, stretch, stretchAngle, phase, waveform,
-               pinMode, twirl, centreX, centreY, chaos, antialias, chaosBlend, RenderQualityLevel(), intensity);
+  const RippleSettings settings{.waveHeight = waveHeight,
+                                .angularWaveHeight = angularHeight,
+                                .waveWidth = waveWidth,
+                                .radius = radius,
+                                .stretch = stretch,
+                                .stretchAngle = stretchAngle,
+                                .phase = phase,
+                                .waveform = waveform,
+                                .pinMode = pinMode,
+                                .twirl = twirl,
+                                .centreX = centreX,
+                                .centreY = centreY,
+                                .chaos = chaos,
+                                .antialias = antialias,
+                                .chaosBlend = chaosBlend,
+                                .quality = RenderQualityLevel(),
+                                .intensity = intensity};
+  RenderRipple(*in, *out, settings);
   return 0;
 }
 

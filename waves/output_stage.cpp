@@ -561,7 +561,7 @@ void BilinearRow(const RenderSetup& setup, const MapPoint* p, int32_t first, int
 // the source (or the map) and destination columns right of the source keep
 // what they held. Point sampling is bounded by the source image actually
 // handed over, whatever the setup's size claims.
-void ResampleOutput(SourceMap& map, PixelImage& destination, int32_t mode) {
+void ResampleOutput(SourceMap& map, PixelImage& destination) {
   if (map.aborted || !map.ok) return;
   const PixelImage* src = map.source;
   if (src == nullptr || !src->HasPixels() || !destination.HasPixels()) return;
@@ -605,7 +605,7 @@ void ResampleOutput(SourceMap& map, PixelImage& destination, int32_t mode) {
     const int32_t sampleEnd = std::min(spanLast, dstWidth);
     const MapPoint* upper = &map.At(y, 0);
     const MapPoint* lower = upper + map.cols;
-    if (mode == kSampleArea) {
+    if (setup.samplingMode == kSampleArea) {
       if (sampleEnd > spanFirst) {
         AreaSampleSpan(*src, &upper[spanFirst].row, &lower[spanFirst].row, sampleEnd - spanFirst, out + spanFirst,
                        &areaCache);

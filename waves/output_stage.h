@@ -65,7 +65,8 @@ class MapRowPinner {
   PinFreeRuns runs_;
 };
 
-void ResampleOutput(SourceMap& map, PixelImage& destination, int32_t mode);
+// Samples by the map's set-up: its source, size and sampling mode.
+void ResampleOutput(SourceMap& map, PixelImage& destination);
 void SampleMapPoint(const RenderSetup& setup, const MapPoint& p, PF_Pixel& out);
 bool IsInsideSource(const RenderSetup& setup, float row, float column);
 void SampleNearest(const RenderSetup& setup, float row, float column, PF_Pixel& out);

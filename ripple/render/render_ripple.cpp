@@ -49,29 +49,39 @@ RippleLengths ToSourcePixels(int32_t width, int32_t height, float waveHeight, fl
   return out;
 }
 
-void RenderRipple(const PixelImage& source, PixelImage& destination, float waveHeight, float angularHeight,
-                  float waveWidth, float radius, float stretch, float stretchAngle, float phase, int32_t waveform,
-                  int32_t pinMode, int32_t twirl, float centreX, float centreY, float chaos, int32_t antialias,
-                  float chaosBlend, int32_t quality, int32_t intensity) {
-  ScaleByIntensity(intensity, waveHeight, angularHeight, waveWidth);
+RendererSettings ToRendererSettings(const RippleSettings& settings, int32_t width, int32_t height) {
+  float waveHeight = settings.waveHeight, angularHeight = settings.angularWaveHeight, waveWidth = settings.waveWidth;
+  ScaleByIntensity(settings.intensity, waveHeight, angularHeight, waveWidth);
+  RendererSettings out;
+  static_cast<RippleLengths&>(out) = ToSourcePixels(width, height, waveHeight, angularHeight, waveWidth,
+                                                     settings.radius, settings.centreX, settings.centreY);
+  out.stretch = FloorStretch(settings.stretch);
+  out.stretchAngle = settings.stretchAngle;
+  out.phase = settings.phase;
+  out.pinMode = settings.pinMode;
+  out.twirl = settings.twirl;
+  return out;
+}
+
+void RenderRipple(const PixelImage& source, PixelImage& destination, const RippleSettings& settings) {
   g_arcTanTable.Build();
-  stretch = FloorStretch(stretch);
-  const int32_t mode = ChooseSamplingMode(quality, antialias);
   const int32_t width = source.Width();
   const int32_t height = source.Height();
-  const RippleLengths px =
-      ToSourcePixels(width, height, waveHeight, angularHeight, waveWidth, radius, centreX, centreY);
+  const RendererSettings inputs = ToRendererSettings(settings, width, height);
+  const int32_t mode = ChooseSamplingMode(settings.quality, settings.antialias);
 
   g_sineTable.Build(kSine, false);
   // Everything below belongs to this render alone: the ripple's wave, the
   // pin profiles, the set-up and the renderer's buffers.
   WaveTable rippleWave{};
-  if (chaosBlend > 0.0f) {
-    BuildRippleWave(rippleWave, static_cast<uint32_t>(waveform), chaos, chaosBlend);
+  const auto waveform = static_cast<uint32_t>(settings.waveform);
+  if (settings.chaosBlend > 0.0f) {
+    BuildRippleWave(rippleWave, waveform, settings.chaos, settings.chaosBlend);
   } else {
-    rippleWave.Build(static_cast<uint32_t>(waveform), true);
+    rippleWave.Build(waveform, true);
   }
 
+  const int32_t pinMode = settings.pinMode;
   const PinProfiles pins(pinMode, height + 1, width + 1);
   if (!pins.ok) {
     ReportOutOfMemory();
@@ -79,8 +89,7 @@ void RenderRipple(const PixelImage& source, PixelImage& destination, float waveH
   }
 
   const RenderSetup setup{&source, width, height, mode, kTransparentBlack};
-  RippleRenderer renderer(setup, px.centreRow, px.centreCol, source, px.waveHeightPx, px.angularHeightPx,
-                          px.degreesPerPixel, px.radiusPx, stretch, stretchAngle, phase, pinMode, twirl, rippleWave);
+  RippleRenderer renderer(setup, inputs, rippleWave);
   if (!renderer.ready) {
     ReportOutOfMemory();
   } else if (!renderer.aborted) {
@@ -88,7 +97,7 @@ void RenderRipple(const PixelImage& source, PixelImage& destination, float waveH
     // stopping once per map row, as the pinning pass would.
     renderer.SpreadField(pinMode != 0 ? &pins : nullptr);
     if (pinMode != 0) CheckPinStops(*renderer.sourceMap);
-    ResampleOutput(*renderer.sourceMap, destination, mode);
+    ResampleOutput(*renderer.sourceMap, destination);
   }
   // The profiles and the renderer's buffers are released as they leave scope.
 }

@@ -135,34 +135,31 @@ void EllipseSpans::Build() {
   }
 }
 
-RippleRenderer::RippleRenderer(const RenderSetup& setup_, float centreRowPx, float centreColPx,
-                               const PixelImage& source_, float waveHeightPx_, float angularHeightPx_,
-                               float degreesPerPixel_, float radiusPx_, float stretch_, float stretchAngle_,
-                               float phase_, int32_t pinMode_, int32_t twirl_, const WaveTable& wave_)
+RippleRenderer::RippleRenderer(const RenderSetup& setup_, const RendererSettings& in, const WaveTable& wave_)
     : setup(&setup_),
       centreRow(0),
       centreCol(0),
       centreY(0.0f),
       centreX(0.0f),
-      source(&source_),
-      waveHeightPx(waveHeightPx_),
-      angularHeightPx(angularHeightPx_),
-      degreesPerPixel(degreesPerPixel_),
-      radiusPx(radiusPx_),
-      stretch(stretch_),
-      stretchAngle(NormaliseStretchAngle(stretchAngle_)),
-      phase(phase_),
-      pinMode(pinMode_),
+      source(setup_.source),
+      waveHeightPx(in.waveHeightPx),
+      angularHeightPx(in.angularHeightPx),
+      degreesPerPixel(in.degreesPerPixel),
+      radiusPx(in.radiusPx),
+      stretch(in.stretch),
+      stretchAngle(NormaliseStretchAngle(in.stretchAngle)),
+      phase(in.phase),
+      pinMode(in.pinMode),
       // A Twirl index the menu cannot produce renders as "No Twirl".
-      twirl(twirl_ >= 0 && twirl_ <= 3 ? twirl_ : 0),
+      twirl(in.twirl >= 0 && in.twirl <= 3 ? in.twirl : 0),
       quadrant(nullptr),
       sourceMap(nullptr),
       spans(nullptr),
       wave(&wave_),
       aborted(false),
       ready(true),
-      width(source_.Width()),
-      height(source_.Height()),
+      width(source->Width()),
+      height(source->Height()),
       twirlScale(static_cast<float>(180.0 / (width * 0.5))),
       twirlGrowth(static_cast<float>(3.0 / (width * 0.5))),
       leftShift(0),
@@ -174,8 +171,8 @@ RippleRenderer::RippleRenderer(const RenderSetup& setup_, float centreRowPx, flo
       outerRadiusPx(0.0f) {
   // Clamped from above only: a centre left of or above the frame stays
   // negative. The int16 fields keep the low 16 bits.
-  centreCol = LowBits16(std::min(RoundHalfAway(centreColPx), width - 1));
-  centreRow = LowBits16(std::min(RoundHalfAway(centreRowPx), height - 1));
+  centreCol = LowBits16(std::min(RoundHalfAway(in.centreCol), width - 1));
+  centreRow = LowBits16(std::min(RoundHalfAway(in.centreRow), height - 1));
   leftShift = width - centreCol;
   rightShift = width + centreCol;
   centreX = static_cast<float>(centreCol + 0.5);
@@ -199,7 +196,7 @@ RippleRenderer::RippleRenderer(const RenderSetup& setup_, float centreRowPx, flo
     quadCols = std::max(quadCols, 0);
     quadRows = std::max(quadRows, 0);
   } else {
-    spans = PluginNew<EllipseSpans>(centreRow, centreCol, source_, outerRadiusPx, stretch > 1.0f ? stretch : 1.0f,
+    spans = PluginNew<EllipseSpans>(centreRow, centreCol, *source, outerRadiusPx, stretch > 1.0f ? stretch : 1.0f,
                                     static_cast<float>(stretchAngle));
     if (spans) {
       spans->Build();

@@ -6,6 +6,7 @@
 #include <stdint.h>
 
 #include "pixel_image.h"
+#include "render_ripple.h"
 #include "simd_level.h"
 #include "source_map.h"
 #include "wave_table.h"
@@ -124,10 +125,8 @@ struct RippleRenderer {
   // in single precision.
   SimdLevel fieldSimd = SimdLevel::kScalar;
 
-  RippleRenderer(const RenderSetup& setup, float centreRowPx, float centreColPx, const PixelImage& source,
-                 float waveHeightPx, float angularHeightPx, float degreesPerPixel, float radiusPx,
-                 float stretch, float stretchAngle, float phase, int32_t pinMode, int32_t twirl,
-                 const WaveTable& wave);
+  // Renders setup.source, which must be set.
+  RippleRenderer(const RenderSetup& setup, const RendererSettings& settings, const WaveTable& wave);
   ~RippleRenderer();
   RippleRenderer(const RippleRenderer&) = delete;
   RippleRenderer& operator=(const RippleRenderer&) = delete;

@@ -51,7 +51,8 @@ std::vector<Box> Boxes() {
 }
 
 PF_Pixel Sample(const Picture& p, const Box& b, AreaSampleCache* cache) {
-  return AreaSampleQuad(p.image, b.top, b.left, b.top, b.right, b.bottom, b.left, b.bottom, b.right, cache);
+  const float upper[4] = {b.top, b.left, b.top, b.right}, lower[4] = {b.bottom, b.left, b.bottom, b.right};
+  return AreaSampleQuad(p.image, upper, lower, cache);
 }
 
 void ExpectSame(const PF_Pixel& got, const PF_Pixel& want, size_t i) {
@@ -96,7 +97,7 @@ TEST_P(LargeBoxes, TablesGiveTheDirectSumsBitForBit) {
     for (int k = 0; k < kCount; ++k) {
       const float* u = &upper[2 * k];
       const float* l = &lower[2 * k];
-      ExpectSame(out[k], AreaSampleQuad(p.image, u[0], u[1], u[2], u[3], l[0], l[1], l[2], l[3]), k);
+      ExpectSame(out[k], AreaSampleQuad(p.image, u, l), k);
     }
   }
   EXPECT_EQ(PluginAllocStats()->liveBlocks, live);

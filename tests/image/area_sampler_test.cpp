@@ -19,7 +19,8 @@ using testing::PixelIs;
 
 // Samples the box with corners (top, left) and (bottom, right).
 PF_Pixel SampleBox(const Picture& t, float top, float left, float bottom, float right) {
-  return AreaSampleQuad(t.image, top, left, top, right, bottom, left, bottom, right);
+  const float upper[4] = {top, left, top, right}, lower[4] = {bottom, left, bottom, right};
+  return AreaSampleQuad(t.image, upper, lower);
 }
 
 TEST(AreaSampler, BoxesWithKnownResults) {
@@ -44,7 +45,8 @@ TEST(AreaSampler, BoxesWithKnownResults) {
   EXPECT_TRUE(PixelIs(SampleBox(t, 4, 2, 6, 3), 128, 40, 150, 255));
   for (const auto& b : {std::array<float, 4>{10, 10, 12, 12}, {-5, -5, -3, -3}, {1, 6, 2, 8}, {-3, 1, -1, 2}})
     EXPECT_TRUE(PixelIs(SampleBox(t, b[0], b[1], b[2], b[3]), 0, 0, 0, 0)) << b[0] << "," << b[1];
-  EXPECT_TRUE(PixelIs(AreaSampleQuad(PixelImage(), 0, 0, 0, 1, 1, 0, 1, 1), 0, 0, 0, 0));
+  const float unit[4] = {0, 0, 0, 1}, below[4] = {1, 0, 1, 1};
+  EXPECT_TRUE(PixelIs(AreaSampleQuad(PixelImage(), unit, below), 0, 0, 0, 0));
 }
 
 // Only the bounding box counts: all 24 orders of four points.
@@ -54,7 +56,8 @@ TEST(AreaSampler, PointOrderDoesNotMatter) {
   std::array<std::array<float, 2>, 4> p{{{1.3f, 2.7f}, {0.4f, 3.9f}, {2.2f, 1.1f}, {1.9f, 2.0f}}};
   std::sort(p.begin(), p.end());
   auto sample = [&] {
-    return AreaSampleQuad(t.image, p[0][0], p[0][1], p[1][0], p[1][1], p[2][0], p[2][1], p[3][0], p[3][1]);
+    const float upper[4] = {p[0][0], p[0][1], p[1][0], p[1][1]}, lower[4] = {p[2][0], p[2][1], p[3][0], p[3][1]};
+    return AreaSampleQuad(t.image, upper, lower);
   };
   const PF_Pixel first = sample();
   while (std::next_permutation(p.begin(), p.end())) EXPECT_TRUE(PixelIs(sample(), first));

@@ -27,7 +27,7 @@ int Mismatches(const PixelImage& image, const std::vector<float>& upper, const s
   for (int k = 0; k < count; ++k) {
     const float* u = &upper[2 * k];
     const float* l = &lower[2 * k];
-    const PF_Pixel want = AreaSampleQuad(image, u[0], u[1], u[2], u[3], l[0], l[1], l[2], l[3]);
+    const PF_Pixel want = AreaSampleQuad(image, u, l);
     if (!testing::Same(want, got[static_cast<size_t>(k)]) && ++bad <= 5)
       ADD_FAILURE() << "pixel " << k << ": corners (" << u[0] << ", " << u[1] << ") (" << u[2] << ", " << u[3]
                     << ") (" << l[0] << ", " << l[1] << ") (" << l[2] << ", " << l[3] << ")";

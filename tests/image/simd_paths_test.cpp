@@ -203,7 +203,7 @@ TEST(SimdPaths, BilinearRowsAreTheSameAtEveryWidth) {
       std::vector<PF_Pixel> out(size_t(w) * h, PF_Pixel{9, 9, 9, 9});
       PixelImage dst;
       dst.Wrap(int16_t(w), int16_t(h), w * 4, out.data(), AllRows);
-      ResampleOutput(map, dst, kSampleBilinear);
+      ResampleOutput(map, dst);
       results.push_back(out);
     });
     for (int y = 0; y < h; ++y) {

@@ -90,7 +90,7 @@ TEST_F(Resample, CopiesOutsideTheSharedSpanAndSamplesInside) {
   WriteRow(map, 3, 4, 9, 0.0f, 1.0f);
   WriteRow(map, 5, 0, 3, 0.0f, 1.0f);  // row 5 ends before row 6 starts
   WriteRow(map, 6, 5, 12, 0.0f, 1.0f);
-  ResampleOutput(map, dst.image, kSampleNearest);
+  ResampleOutput(map, dst.image);
   for (int y = 0; y < 8; ++y)
     for (int x = 0; x < 12; ++x) {
       const bool sampled = y == 2 && x >= 4 && x < 7;
@@ -107,7 +107,7 @@ TEST_F(Resample, IdentityMapReproducesTheSourceInEveryMode) {
     Picture dst(16, 10);
     SourceMap map(11, 17, SetupFor(src, mode));
     for (int y = 0; y <= 10; ++y) WriteRow(map, y, 0, 16);
-    ResampleOutput(map, dst.image, mode);
+    ResampleOutput(map, dst.image);
     for (int y = 0; y < 10; ++y)
       for (int x = 0; x < 16; ++x) ASSERT_TRUE(PixelIs(dst.At(y, x), src.At(y, x))) << mode << ": " << y << "," << x;
   }
@@ -149,13 +149,14 @@ TEST_F(Resample, RowLoopsMatchThePerPixelSamplers) {
           }
           map.SetRowSpan(y, 0, 23);
         }
-        ResampleOutput(map, dst.image, mode);
+        ResampleOutput(map, dst.image);
         for (int y = 0; y < 17; ++y)
           for (int x = 0; x < 23; ++x) {
             PF_Pixel want = kClear;
             const MapPoint a = map.At(y, x), b = map.At(y, x + 1), c = map.At(y + 1, x), d = map.At(y + 1, x + 1);
+            const float upper[4] = {a.row, a.column, b.row, b.column}, lower[4] = {c.row, c.column, d.row, d.column};
             if (mode == kSampleArea)
-              want = AreaSampleQuad(src.image, a.row, a.column, b.row, b.column, c.row, c.column, d.row, d.column);
+              want = AreaSampleQuad(src.image, upper, lower);
             else
               SampleMapPoint(setup, a, want);
             ASSERT_TRUE(PixelIs(dst.At(y, x), want)) << "mode " << mode << " seed " << seed << " at " << y << ","
@@ -178,7 +179,7 @@ TEST_F(Resample, OtherSizesStayInsideBothImages) {
   SourceMap map(9, 13, SetupFor(src, kSampleArea));
   WriteRow(map, 4, 2, 12);
   WriteRow(map, 5, 2, 12);
-  ResampleOutput(map, narrow.image, kSampleArea);
+  ResampleOutput(map, narrow.image);
   for (size_t i = 0; i < narrow.pixels.size(); ++i)
     EXPECT_TRUE(PixelIs(narrow.pixels[i], i < 48 ? src.At(int(i) / 6, int(i) % 6) : kMark)) << i;
 
@@ -188,7 +189,7 @@ TEST_F(Resample, OtherSizesStayInsideBothImages) {
   lying.width = 400, lying.height = 300;
   SourceMap wide(9, 13, lying);
   for (int y = 0; y <= 8; ++y) WriteRow(wide, y, 0, 12, 0.0f, 0.6f);
-  ResampleOutput(wide, large.image, kSampleNearest);
+  ResampleOutput(wide, large.image);
   for (int y = 0; y < 12; ++y)
     for (int x = 0; x < 20; ++x) {
       const PF_Pixel want = y >= 8 || x >= 12 ? kMark : x == 11 ? kClear : src.At(y, x + 1);
@@ -203,7 +204,7 @@ TEST_F(Resample, StopClearsTheDestinationAndBrokenMapsWriteNothing) {
   SourceMap map(9, 13, SetupFor(src, kSampleArea));
   for (int y = 0; y <= 8; ++y) WriteRow(map, y, 0, 12);
   call.stopAt = 3;
-  ResampleOutput(map, dst.image, kSampleArea);
+  ResampleOutput(map, dst.image);
   EXPECT_EQ(map.aborted, 1);
   EXPECT_EQ(CallError(), PF_Interrupt_CANCEL);
   EXPECT_EQ(call.progressCalls, 3);
@@ -211,14 +212,14 @@ TEST_F(Resample, StopClearsTheDestinationAndBrokenMapsWriteNothing) {
 
   // An aborted map, a map without buffers, a map without a source.
   dst.Fill(kMark);
-  ResampleOutput(map, dst.image, kSampleArea);
+  ResampleOutput(map, dst.image);
   SourceMap broken(0, 5, SetupFor(src, kSampleArea));
-  ResampleOutput(broken, dst.image, kSampleArea);
+  ResampleOutput(broken, dst.image);
   RenderSetup none = SetupFor(src, kSampleArea);
   none.source = nullptr;
   SourceMap noSource(9, 13, none);
   for (int y = 0; y <= 8; ++y) WriteRow(noSource, y, 0, 12);
-  ResampleOutput(noSource, dst.image, kSampleArea);
+  ResampleOutput(noSource, dst.image);
   for (const PF_Pixel& p : dst.pixels) ASSERT_TRUE(PixelIs(p, kMark));
 }
 

@@ -42,10 +42,8 @@ inline void BuildTables() {
 using Frame = testing::Picture;
 
 // The renderer's inputs in source pixels.
-struct Inputs {
-  float centreRow = 0, centreCol = 0, waveHeightPx = 0, angularHeightPx = 0, degreesPerPixel = 4.5f;
-  float radiusPx = 50, stretch = 1, stretchAngle = 0, phase = 0;
-  int32_t pinMode = 0, twirl = 0;
+struct Inputs : RendererSettings {
+  Inputs() : RendererSettings{{0, 0, 0, 0, 4.5f, 50}, 1, 0, 0, 0, 0} {}
 };
 
 struct Rendered {
@@ -55,9 +53,7 @@ struct Rendered {
 
   Rendered(int w, int h, const Inputs& in) : frame(w, h), setup{&frame.image, w, h, kSampleBilinear, {0, 0, 0, 0}} {
     BuildTables();
-    renderer = std::make_unique<RippleRenderer>(setup, in.centreRow, in.centreCol, frame.image, in.waveHeightPx,
-                                                in.angularHeightPx, in.degreesPerPixel, in.radiusPx, in.stretch,
-                                                in.stretchAngle, in.phase, in.pinMode, in.twirl, RippleWave());
+    renderer = std::make_unique<RippleRenderer>(setup, in, RippleWave());
   }
   RippleRenderer& operator*() { return *renderer; }
   RippleRenderer* operator->() { return renderer.get(); }
