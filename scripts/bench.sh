@@ -35,9 +35,7 @@ while (($#)); do
   shift
 done
 
-extra=(libbenchmark-dev)
-((runJobs)) && extra+=(hyperfine)
-scripts/setup.sh "${extra[@]}"
+scripts/setup.sh bench
 cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DTARVO_BUILD_BENCH=ON >/dev/null
 targets=(tarvo_render_bench tarvo_stage_bench tarvo_render_digest)
 ((runJobs)) && targets+=(tarvo-ripple)

@@ -12,7 +12,7 @@
 # Replay one:  BUILD/tests/fuzz/tarvo_ripple_fuzzer BUILD/fuzz/crashes/crash-...
 set -euo pipefail
 cd "$(dirname "$0")/.."
-scripts/setup.sh
+scripts/setup.sh fuzz
 seconds=${1:-60}
 shift || true
 build=${FUZZ_BUILD_DIR:-build-fuzz}

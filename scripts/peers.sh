@@ -26,7 +26,7 @@ build=${BUILD_DIR:-build-bench}
 reps=${REPS:-7}
 rounds=${ROUNDS:-5}
 out=${OUT:-out/peers}
-scripts/setup.sh libbenchmark-dev libopencv-dev gegl imagemagick
+scripts/setup.sh bench libopencv-dev gegl imagemagick
 cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DTARVO_BUILD_BENCH=ON >/dev/null
 cmake --build "$build" --target tarvo_render_bench
 mkdir -p "$out"

@@ -17,7 +17,7 @@
 # first). The filter's own tests (frei0r.Frei0rTest.*) still run in-process.
 set -euo pipefail
 cd "$(dirname "$0")/.."
-scripts/setup.sh
+scripts/setup.sh sanitize
 build=${SANITIZE_BUILD_DIR:-build-asan}
 
 cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \

@@ -29,7 +29,7 @@ fail() {
 }
 step() { echo "== windows: [$((SECONDS - started)) s] $*"; }
 
-scripts/setup.sh
+scripts/setup.sh windows
 
 for tool in i686-w64-mingw32-g++ i686-w64-mingw32-windres i686-w64-mingw32-objdump \
             x86_64-w64-mingw32-g++ wrestool wine wineboot wineserver python3 cmake ninja; do
@@ -51,7 +51,7 @@ aex="$win32/ripple/TarvoFXRipple.AEX"
 
 # The Linux module and loader test host, to compare property lists and pixels.
 native=$(absolute "${BUILD_DIR:-build}")
-if [[ ! -f $native/build.ninja ]] || grep -q '^TARVO_SANITIZE:STRING=.' "$native/CMakeCache.txt"; then
+if [[ ! -f $native/build.ninja ]] || grep -q '^TARVO_SANITIZE:STRING=.\|^TARVO_BUILD_TESTS:BOOL=OFF' "$native/CMakeCache.txt"; then
   native=$(absolute "${NATIVE_BUILD_DIR:-build-windows-native}")
   [[ -f $native/build.ninja ]] ||
     cmake -S . -B "$native" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
