@@ -2,7 +2,13 @@
 
 #include <stdio.h>
 
+#include <algorithm>
 #include <string>
+
+#if !defined(_WIN32)
+#include <sys/ioctl.h>
+#include <unistd.h>
+#endif
 
 namespace tarvo::cli {
 
@@ -15,6 +21,16 @@ std::string Clock(double seconds) {
   else
     snprintf(buf, sizeof buf, "%ld:%02ld", s / 60, s % 60);
   return buf;
+}
+
+// Columns of the terminal on stderr, asked at every redraw so that the bar
+// follows a resize; 80 when it cannot say.
+int TerminalColumns() {
+#if !defined(_WIN32)
+  winsize ws{};
+  if (ioctl(STDERR_FILENO, TIOCGWINSZ, &ws) == 0 && ws.ws_col > 0) return ws.ws_col;
+#endif
+  return 80;
 }
 }  // namespace
 
@@ -37,14 +53,24 @@ void ProgressBar::Finish(int64_t done) {
 }
 
 void ProgressBar::Draw(int64_t done) {
-  constexpr int kCells = 24;
   const double elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
-  const int filled = static_cast<int>(done * kCells / total_);
-  std::string bar(static_cast<size_t>(filled), '#');
-  bar.resize(kCells, '.');
   const std::string left = done > 0 ? Clock(elapsed / static_cast<double>(done) * static_cast<double>(total_ - done)) : "?";
-  fprintf(stderr, "\r[%s] frame %lld of %lld  %s elapsed, %s left ", bar.c_str(), static_cast<long long>(done),
-          static_cast<long long>(total_), Clock(elapsed).c_str(), left.c_str());
+  const std::string n = std::to_string(done), all = std::to_string(total_);
+  // The line stays one column short of the width, so the terminal never
+  // wraps it: the long text, else a short one, else as much as fits.
+  const size_t width = static_cast<size_t>(std::max(TerminalColumns() - 1, 1));
+  std::string text = " frame " + n + " of " + all + "  " + Clock(elapsed) + " elapsed, " + left + " left";
+  if (text.size() + 8 > width) text = " " + n + "/" + all + " " + left + " left";
+  std::string line;
+  if (text.size() + 8 <= width) {
+    const size_t cells = std::min<size_t>(width - text.size() - 2, 40);
+    std::string bar(static_cast<size_t>(done * static_cast<int64_t>(cells) / total_), '#');
+    bar.resize(cells, '.');
+    line = "[" + bar + "]" + text;
+  } else {
+    line = text.substr(1, width);
+  }
+  fprintf(stderr, "\r%s\033[K", line.c_str());
   fflush(stderr);
   drawn_ = true;
   drawnDone_ = done;

@@ -1,5 +1,6 @@
 // A one-line progress bar on stderr for sequences: frame n of N, elapsed
-// and remaining time. Silent unless enabled (stderr a terminal, no --quiet).
+// and remaining time, fitted to the terminal's width at every redraw.
+// Silent unless enabled (stderr a terminal, no --quiet).
 #pragma once
 
 #include <stdint.h>
