@@ -194,16 +194,13 @@ function PopupControl(p) {
   const row = Row(p.name, p.option);
   const select = document.createElement('select');
   select.dataset.option = p.option.slice(2);
-  const named = new Map(p.selectable.map((s) => [s.value, s.name]));
   let defaultText = String(p.default);
-  for (let v = 1; v <= p.num_choices; v++) {
-    const label = p.choices[v - 1];
-    if (label !== undefined && !named.has(v)) continue;  // a separator line
+  for (const e of p.entries) {  // every value the menu accepts: no separator lines
     const option = document.createElement('option');
-    option.value = named.get(v) || String(v);
-    option.textContent = label || `${v} (unnamed)`;
+    option.value = e.option_value;
+    option.textContent = e.name || `${e.value} (unnamed)`;
     select.appendChild(option);
-    if (v === p.default) defaultText = option.value;
+    if (e.value === p.default) defaultText = option.value;
   }
   select.value = defaultText;
   select.addEventListener('change', () => Changed(select.dataset.option, select.value));

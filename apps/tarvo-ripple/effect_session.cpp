@@ -2,6 +2,8 @@
 
 #include <stdio.h>
 
+#include <chrono>
+
 namespace tarvo::cli {
 
 namespace {
@@ -74,7 +76,9 @@ bool EffectSession::Apply(const std::vector<OptionValue>& values, std::string* e
 
 EffectSession::Outcome EffectSession::Render(const host::Image& input, host::Image* output, std::string* message) {
   *output = host::Image(input.width, input.height);
+  const auto start = std::chrono::steady_clock::now();
   const PF_Err err = host_->Render(input, *output);
+  lastRenderSeconds_ = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   if (const std::string shown = host_->ErrorMessage(); !shown.empty()) {
     *message = shown;
     return Outcome::kEffectError;

@@ -37,6 +37,8 @@ class EffectSession {
   // Renders input into *output (allocated here at the input's size). With
   // kEffectError, *message is what the plug-in asked the host to show.
   Outcome Render(const host::Image& input, host::Image* output, std::string* message);
+  // Seconds the last Render spent in the plug-in's render command alone.
+  double LastRenderSeconds() const { return lastRenderSeconds_; }
 
  private:
   EffectSession() = default;
@@ -44,6 +46,7 @@ class EffectSession {
   std::unique_ptr<host::Host> host_;
   host::PropertyInfo info_;
   std::vector<ParamOption> options_;
+  double lastRenderSeconds_ = 0;
 };
 
 }  // namespace tarvo::cli

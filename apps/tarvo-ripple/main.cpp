@@ -33,15 +33,81 @@ struct UsageError {
 };
 
 // The module named by --module, found before the options are parsed: the
-// effect's own options exist only once its parameters are declared.
+// effect's own options exist only once its parameters are declared. The
+// last one given wins, like every option. A bare file name is a file in
+// the current directory, not a name for the dynamic loader's search.
 std::string ModuleArgument(int argc, char** argv) {
+  std::string path = host::Module::BuiltModulePath();
   for (int i = 1; i < argc; ++i) {
     const std::string a = argv[i];
     if (a == "--") break;
-    if (a == "--module" && i + 1 < argc) return argv[i + 1];
-    if (a.rfind("--module=", 0) == 0) return a.substr(9);
+    if (a == "--module" && i + 1 < argc) path = argv[++i];
+    if (a.rfind("--module=", 0) == 0) path = a.substr(9);
   }
-  return host::Module::BuiltModulePath();
+  if (!path.empty() && path.find('/') == std::string::npos) path = "./" + path;
+  return path;
+}
+
+bool WantsVersion(int argc, char** argv) {
+  for (int i = 1; i < argc; ++i) {
+    const std::string a = argv[i];
+    if (a == "--") break;
+    if (a == "--version" || a == "-V") return true;
+  }
+  return false;
+}
+
+bool StartsNumber(const std::string& a) {
+  return a.size() > 1 && a[0] == '-' && ((a[1] >= '0' && a[1] <= '9') || a[1] == '.');
+}
+
+// The command line with every long option spelled as declared: option
+// names match by MatchKey ("--Wave-Height", "--waveheight"). Unknown
+// options are refused here, with the nearest known name, so that the
+// parser never mistakes one for a value.
+std::vector<std::string> CanonicalArgs(int argc, char** argv, const CLI::App& app) {
+  std::vector<std::pair<std::string, const CLI::Option*>> longNames;
+  std::vector<std::string> visible;
+  for (const CLI::Option* o : app.get_options()) {
+    for (const std::string& n : o->get_lnames()) {
+      longNames.emplace_back(n, o);
+      if (!o->get_group().empty()) visible.push_back("--" + n);
+    }
+  }
+  auto find = [&](const std::string& name) -> std::pair<std::string, const CLI::Option*> {
+    const std::string key = MatchKey(name);
+    for (const auto& entry : longNames)
+      if (MatchKey(entry.first) == key) return entry;
+    return {"", nullptr};
+  };
+  auto unknown = [&](const std::string& shown, const std::string& name) {
+    const std::string near = ClosestName(name, visible);
+    return UsageError{"unknown option " + shown + (near.empty() ? " (see --help)" : "; did you mean " + near + "?")};
+  };
+  std::vector<std::string> args{argv[0]};
+  for (int i = 1; i < argc; ++i) {
+    const std::string a = argv[i];
+    if (a == "--") {
+      args.insert(args.end(), argv + i, argv + argc);
+      break;
+    }
+    if (a.rfind("--", 0) == 0) {
+      const size_t eq = a.find('=');
+      const std::string name = a.substr(2, eq == std::string::npos ? std::string::npos : eq - 2);
+      const auto [canonical, option] = find(name);
+      if (!option) throw unknown(a.substr(0, eq), name);
+      if (eq + 1 == a.size()) throw UsageError{"--" + canonical + " \"\" is empty"};
+      args.push_back("--" + canonical + (eq == std::string::npos ? "" : a.substr(eq)));
+      if (eq == std::string::npos && option->get_items_expected_max() > 0 && i + 1 < argc) args.push_back(argv[++i]);
+    } else if (a.size() > 1 && a[0] == '-' && !StartsNumber(a) && a != "-h" && a != "-V") {
+      if (const auto [canonical, option] = find(a.substr(1)); option)
+        throw UsageError{a + ": long options take two dashes: --" + canonical};
+      throw unknown(a, a.substr(1));
+    } else {
+      args.push_back(a);
+    }
+  }
+  return args;
 }
 
 template <class T>
@@ -74,11 +140,18 @@ FramePattern Pattern(const std::string& path) {
 
 int Run(int argc, char** argv) {
   const std::string modulePath = ModuleArgument(argc, argv);
+  bool version = WantsVersion(argc, argv);
+  if (version) printf("tarvo-ripple %s\n", TARVO_PROGRAM_VERSION);
   std::string error;
   auto session = EffectSession::Open(modulePath, &error);
   if (!session) {
     fprintf(stderr, "tarvo-ripple: %s\n", error.c_str());
     return kExitError;
+  }
+  if (version) {
+    printf("%s %s (plug-in module %s)\n", session->Info().name.c_str(), VersionText(session->Info().version).c_str(),
+           modulePath.c_str());
+    return kExitOk;
   }
 
   CLI::App app{"Renders image files, sequences or a built-in test picture through " + session->Info().name +
@@ -89,11 +162,14 @@ int Run(int argc, char** argv) {
       "       tarvo-ripple --demo OUTPUT [options]\n"
       "       tarvo-ripple --list-params [--json]\n\n"
       "INPUT and OUTPUT may hold a frame number (%d, %04d) with --frames A-B; frame n renders at time n x "
-      "time-step.\nExit status: 0 done, 1 the effect reported an error, 2 a usage, input or output problem.");
+      "time-step.\nOption and menu names match ignoring case, blanks, dashes and underscores. An option given twice "
+      "takes its last value.\nExit status: 0 done, 1 the effect reported an error, 2 a usage, input or output problem.");
+  // Like most command-line tools: the last of a repeated option wins.
+  app.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
 
   std::string input, output, demo, size, frames, quality = "high", timeText, timeStepText = "1",
                                                  timeScaleText = "30", jobsText, pngText, failAlloc, moduleIgnored;
-  bool listParams = false, json = false, quiet = false, overwriteInput = false;
+  bool listParams = false, json = false, quiet = false, overwriteInput = false, stats = false;
   app.add_option("INPUT", input, "image to render (PNG, JPEG, TIFF, OpenEXR, ...)")->type_name("");
   app.add_option("OUTPUT", output, "image to write; the format follows its extension")->type_name("");
   app.add_option("--demo", demo, "render the built-in test picture into OUTPUT")->type_name("OUTPUT");
@@ -110,6 +186,10 @@ int Run(int argc, char** argv) {
       ->type_name("N");
   app.add_flag("--quiet", quiet, "no progress bar");
   app.add_flag("--overwrite-input", overwriteInput, "let OUTPUT replace INPUT (refused otherwise)");
+  app.add_flag("--stats", stats,
+               "afterwards, print per frame the milliseconds spent reading, in the effect's render and writing, "
+               "and the totals");
+  app.add_flag("-V,--version", version, "print the program's and the plug-in's versions");
   app.add_option("--module", moduleIgnored, "the plug-in module to load (default: the one built with this program)")
       ->type_name("PATH");
   app.add_option("--fail-allocation", failAlloc)->group("");  // testing: the effect's Nth allocation fails
@@ -128,28 +208,22 @@ int Run(int argc, char** argv) {
         ->group("Effect parameters");
   }
 
-  // Unknown long options are named as such (the parser would blame their value).
-  for (int i = 1; i < argc; ++i) {
-    const std::string a = argv[i];
-    if (a == "--") break;
-    if (a.rfind("--", 0) != 0) continue;
-    const std::string name = a.substr(0, a.find('='));
-    if (name != "--help" && !app.get_option_no_throw(name)) {
-      fprintf(stderr, "tarvo-ripple: unknown option %s (see --help)\n", name.c_str());
-      return kExitError;
+  try {
+    std::vector<std::string> args = CanonicalArgs(argc, argv, app);
+    std::vector<char*> argp;
+    for (std::string& a : args) argp.push_back(a.data());
+    try {
+      app.parse(static_cast<int>(argp.size()), argp.data());
+    } catch (const CLI::CallForHelp&) {
+      printf("%s", app.help().c_str());
+      return kExitOk;
+    } catch (const CLI::ParseError& e) {
+      throw UsageError{std::string(e.what()) + " (see --help)"};
     }
-  }
-  try {
-    app.parse(argc, argv);
-  } catch (const CLI::CallForHelp&) {
-    printf("%s", app.help().c_str());
-    return kExitOk;
-  } catch (const CLI::ParseError& e) {
-    fprintf(stderr, "tarvo-ripple: %s (see --help)\n", e.what());
-    return kExitError;
-  }
+    for (const CLI::Option* o : app.get_options())
+      for (const std::string& r : o->results())
+        if (r.empty()) throw UsageError{o->get_name() + " \"\" is empty"};
 
-  try {
     if (json && !listParams) throw UsageError{"--json goes with --list-params"};
     if (listParams) {
       if (!input.empty() || !demo.empty()) throw UsageError{"--list-params takes no INPUT, OUTPUT or --demo"};
@@ -173,9 +247,9 @@ int Run(int argc, char** argv) {
       if (input.empty() || output.empty()) throw UsageError{"give INPUT and OUTPUT, --demo OUTPUT or --list-params (see --help)"};
     }
 
-    if (quality == "high") {
+    if (MatchKey(quality) == "high") {
       job.quality = PF_Quality_HI;
-    } else if (quality == "low") {
+    } else if (MatchKey(quality) == "low") {
       job.quality = PF_Quality_LO;
     } else {
       throw UsageError{"--quality \"" + quality + "\" is not high or low"};
@@ -192,6 +266,7 @@ int Run(int argc, char** argv) {
                                 : ParseWhole<int>("--jobs", jobsText, 1, kMaxJobs);
     if (!pngText.empty()) SetPngCompression(ParseWhole<int>("--png-compression", pngText, 0, 9));
     job.progress = !quiet && isatty(STDERR_FILENO);
+    job.stats = stats;
 
     if (!frames.empty()) {
       job.output = Pattern(output);

@@ -3,6 +3,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <sstream>
@@ -15,26 +16,39 @@ namespace {
 
 bool IsAlnum(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9'); }
 
-// A finite decimal number, nothing before or after it.
-bool ParseNumber(const std::string& text, double* v) {
+enum class Number { kOk, kNotANumber, kTooLarge };
+
+// A decimal number, nothing before or after it. One too small for a double
+// is 0 (it truncates to 0 as a host value anyway); one too large, or an
+// infinity, is kTooLarge: a number, but outside every range.
+Number ParseNumber(const std::string& text, double* v) {
   const char* b = text.data();
   const char* e = b + text.size();
   if (b != e && *b == '+') ++b;
-  if (b == e) return false;
+  if (b == e) return Number::kNotANumber;
 #if defined(_LIBCPP_VERSION) && _LIBCPP_VERSION < 170000
   // This libc++ (the WebAssembly build's) has no from_chars for doubles:
   // strtod on the same plain decimal syntax (no blanks, hex, inf or nan).
   for (const char* c = b; c != e; ++c)
-    if (!((*c >= '0' && *c <= '9') || *c == '.' || *c == 'e' || *c == 'E' || *c == '-' || *c == '+')) return false;
-  if (*b == '+') return false;
+    if (!((*c >= '0' && *c <= '9') || *c == '.' || *c == 'e' || *c == 'E' || *c == '-' || *c == '+'))
+      return Number::kNotANumber;
+  if (*b == '+') return Number::kNotANumber;
   const std::string plain(b, e);
   char* end = nullptr;
   *v = strtod(plain.c_str(), &end);
-  return end == plain.c_str() + plain.size() && std::isfinite(*v);
+  if (end != plain.c_str() + plain.size()) return Number::kNotANumber;
 #else
   auto [ptr, ec] = std::from_chars(b, e, *v);
-  return ec == std::errc() && ptr == e && std::isfinite(*v);
+  if (ptr != e || (ec != std::errc() && ec != std::errc::result_out_of_range) || std::isnan(*v))
+    return Number::kNotANumber;
+  if (ec == std::errc::result_out_of_range) {
+    const size_t exp = text.find_first_of("eE");
+    const bool tiny = exp != std::string::npos && text.find('-', exp) != std::string::npos;
+    if (!tiny) return Number::kTooLarge;
+    *v = text[0] == '-' ? -0.0 : 0.0;
+  }
 #endif
+  return std::isinf(*v) ? Number::kTooLarge : Number::kOk;
 }
 
 bool ParseInt(const std::string& text, int64_t* v) {
@@ -68,6 +82,27 @@ std::vector<std::string> SplitComma(const std::string& text) {
 bool IsSeparator(const std::string& choice) { return choice.rfind("(-", 0) == 0; }
 bool Selectable(const std::string& choice) { return !choice.empty() && !IsSeparator(choice); }
 
+// Name of menu value v (1-based), "" when it has none or is a separator line.
+std::string EntryName(const ParamOption& opt, int v) {
+  const auto& c = opt.declared.choices;
+  return v >= 1 && static_cast<size_t>(v) <= c.size() && Selectable(c[static_cast<size_t>(v - 1)])
+             ? c[static_cast<size_t>(v - 1)]
+             : "";
+}
+
+// "1 sine, 2 triangle, ..., 23, 24": every value the menu accepts.
+std::string EntryList(const ParamOption& opt) {
+  std::string list;
+  for (int v = 1; v <= opt.declared.def.u.pd.num_choices; ++v) {
+    if (IsSeparatorEntry(opt, v)) continue;
+    const std::string name = OptionName(EntryName(opt, v));
+    list += (list.empty() ? "" : ", ") + std::to_string(v) + (name.empty() ? "" : " " + name);
+  }
+  return list;
+}
+
+constexpr const char* kFixedRange = "-32768 to 32768";
+
 std::string JsonString(const std::string& s) {
   std::string out = "\"";
   for (unsigned char c : s) {
@@ -90,13 +125,27 @@ std::string JsonString(const std::string& s) {
   return out + "\"";
 }
 
+}  // namespace
+
+bool IsSeparatorEntry(const ParamOption& opt, int v) {
+  const auto& c = opt.declared.choices;
+  return v >= 1 && static_cast<size_t>(v) <= c.size() && IsSeparator(c[static_cast<size_t>(v - 1)]);
+}
+
+std::string MatchKey(const std::string& name) {
+  std::string key;
+  for (char c : name) {
+    if (c == ' ' || c == '-' || c == '_' || c == '\t') continue;
+    key.push_back(c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c);
+  }
+  return key;
+}
+
 std::string VersionText(uint32_t v) {
   const uint32_t major = ((v >> 19) & 7) | (((v >> 26) & 15) << 3);
   const uint32_t minor = (v >> 15) & 15;
   return std::to_string(major) + "." + std::to_string(minor);
 }
-
-}  // namespace
 
 std::string OptionName(const std::string& displayName) {
   std::string out;
@@ -150,12 +199,33 @@ std::string FormatFixed(int32_t fixed) {
 }
 
 int PopupNumber(const ParamOption& opt, const std::string& name) {
-  const std::string wanted = OptionName(name);
+  const std::string wanted = MatchKey(name);
   if (wanted.empty()) return 0;
-  const auto& choices = opt.declared.choices;
-  for (size_t i = 0; i < choices.size(); ++i)
-    if (Selectable(choices[i]) && OptionName(choices[i]) == wanted) return static_cast<int>(i + 1);
+  for (int v = 1; v <= opt.declared.def.u.pd.num_choices; ++v)
+    if (const std::string entry = EntryName(opt, v); !entry.empty() && MatchKey(entry) == wanted) return v;
   return 0;
+}
+
+std::string ClosestName(const std::string& name, const std::vector<std::string>& candidates) {
+  // Optimal string alignment distance.
+  auto distance = [](const std::string& a, const std::string& b) {
+    std::vector<std::vector<size_t>> d(a.size() + 1, std::vector<size_t>(b.size() + 1));
+    for (size_t i = 0; i <= a.size(); ++i) d[i][0] = i;
+    for (size_t j = 0; j <= b.size(); ++j) d[0][j] = j;
+    for (size_t i = 1; i <= a.size(); ++i)
+      for (size_t j = 1; j <= b.size(); ++j) {
+        d[i][j] = std::min({d[i - 1][j] + 1, d[i][j - 1] + 1, d[i - 1][j - 1] + (a[i - 1] != b[j - 1])});
+        if (i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1]) d[i][j] = std::min(d[i][j], d[i - 2][j - 2] + 1);
+      }
+    return d[a.size()][b.size()];
+  };
+  const std::string key = MatchKey(name);
+  const size_t limit = key.size() <= 4 ? 1 : 2;
+  std::string best;
+  size_t bestDistance = limit + 1;
+  for (const std::string& c : candidates)
+    if (const size_t k = distance(key, MatchKey(c)); k < bestDistance) best = c, bestDistance = k;
+  return best;
 }
 
 bool ApplyValue(const ParamOption& opt, const std::string& text, host::Host& host, std::string* error) {
@@ -167,12 +237,16 @@ bool ApplyValue(const ParamOption& opt, const std::string& text, host::Host& hos
     case PF_Param_ANGLE: {
       double v;
       int32_t fixed;
-      if (!ParseNumber(text, &v)) {
+      const Number parsed = ParseNumber(text, &v);
+      if (parsed == Number::kNotANumber) {
         *error = what + " is not a number";
         return false;
       }
-      if (!ToFixed(v, &fixed)) {
-        *error = what + " is too large for the host's fixed-point numbers";
+      const std::string range = d.param_type == PF_Param_ANGLE
+                                    ? std::string(kFixedRange) + ", what the host's fixed-point numbers hold"
+                                    : FormatFixed(d.u.fd.valid_min) + " to " + FormatFixed(d.u.fd.valid_max);
+      if (parsed == Number::kTooLarge || !ToFixed(v, &fixed)) {
+        *error = what + " is outside the range " + range;
         return false;
       }
       if (d.param_type == PF_Param_ANGLE) {
@@ -181,7 +255,7 @@ bool ApplyValue(const ParamOption& opt, const std::string& text, host::Host& hos
       }
       // The declared default is always accepted, even outside the range.
       if (fixed != d.u.fd.dephault && (fixed < d.u.fd.valid_min || fixed > d.u.fd.valid_max)) {
-        *error = what + " is outside the range " + FormatFixed(d.u.fd.valid_min) + " to " + FormatFixed(d.u.fd.valid_max);
+        *error = what + " is outside the range " + range;
         return false;
       }
       p.u.fd.value = fixed;
@@ -203,20 +277,22 @@ bool ApplyValue(const ParamOption& opt, const std::string& text, host::Host& hos
     case PF_Param_POPUP: {
       int64_t v;
       const int n = d.u.pd.num_choices;
+      const std::string choose = ": choose one of " + EntryList(opt);
       if (ParseInt(text, &v)) {
         if (v < 1 || v > n) {
-          *error = what + " is outside the menu: choose 1 to " + std::to_string(n) + " or a name";
+          *error = what + " is outside the menu" + choose;
+          return false;
+        }
+        if (IsSeparatorEntry(opt, static_cast<int>(v))) {
+          *error = what + " is a separator line of the menu" + choose;
           return false;
         }
         p.u.pd.value = static_cast<PF_ParamValue>(v);
         return true;
       }
       const int number = PopupNumber(opt, text);
-      if (number == 0 || number > n) {
-        std::string names;
-        for (size_t i = 0; i < opt.declared.choices.size() && static_cast<int>(i) < n; ++i)
-          if (Selectable(opt.declared.choices[i])) names += (names.empty() ? "" : ", ") + OptionName(opt.declared.choices[i]);
-        *error = what + " is not in the menu: choose 1 to " + std::to_string(n) + " or one of " + names;
+      if (number == 0) {
+        *error = what + " is not in the menu" + choose;
         return false;
       }
       p.u.pd.value = number;
@@ -226,19 +302,21 @@ bool ApplyValue(const ParamOption& opt, const std::string& text, host::Host& hos
       const auto parts = SplitComma(text);
       double x, y;
       int32_t fx, fy;
-      if (parts.size() != 2 || !ParseNumber(parts[0], &x) || !ParseNumber(parts[1], &y)) {
+      const Number px = parts.size() == 2 ? ParseNumber(parts[0], &x) : Number::kNotANumber;
+      const Number py = parts.size() == 2 ? ParseNumber(parts[1], &y) : Number::kNotANumber;
+      if (px == Number::kNotANumber || py == Number::kNotANumber) {
         *error = what + " is not a point: give X,Y in pixels of the layer";
         return false;
       }
-      if (!ToFixed(x, &fx) || !ToFixed(y, &fy)) {
-        *error = what + " is too large for the host's fixed-point numbers";
+      if (px == Number::kTooLarge || py == Number::kTooLarge || !ToFixed(x, &fx) || !ToFixed(y, &fy)) {
+        *error = what + " is outside the range " + kFixedRange + ", what the host's fixed-point numbers hold";
         return false;
       }
       host.SetPointPixels(opt.index, fx, fy);
       return true;
     }
     case PF_Param_CHECKBOX: {
-      const std::string t = OptionName(text);
+      const std::string t = MatchKey(text);
       if (t == "1" || t == "on" || t == "true" || t == "yes") {
         p.u.bd.value = 1;
       } else if (t == "0" || t == "off" || t == "false" || t == "no") {
@@ -367,18 +445,28 @@ std::string DescribeJson(const host::PropertyInfo& info, const std::vector<Param
         << ", \"option\": " << JsonString("--" + o.name) << ", \"type\": " << JsonString(OptionTypeName(o))
         << ", \"flags\": " << d.flags;
     switch (d.param_type) {
-      case PF_Param_FIX_SLIDER:
+      case PF_Param_FIX_SLIDER: {
         out << ", \"min\": " << FormatFixed(d.u.fd.valid_min) << ", \"max\": " << FormatFixed(d.u.fd.valid_max)
             << ", \"default\": " << FormatFixed(d.u.fd.dephault) << ", \"slider_min\": " << FormatFixed(d.u.fd.slider_min)
             << ", \"slider_max\": " << FormatFixed(d.u.fd.slider_max) << ", \"precision\": " << d.u.fd.precision
-            << ", \"fixed\": {\"min\": " << d.u.fd.valid_min << ", \"max\": " << d.u.fd.valid_max
+            << ", \"also_accepted\": [";
+        // The declared default is accepted wherever it lies.
+        if (d.u.fd.dephault < d.u.fd.valid_min || d.u.fd.dephault > d.u.fd.valid_max)
+          out << "{\"value\": " << FormatFixed(d.u.fd.dephault) << ", \"why\": "
+              << JsonString("the declared default, outside the declared range: the plug-in declares it so and renders it")
+              << "}";
+        out << "], \"fixed\": {\"min\": " << d.u.fd.valid_min << ", \"max\": " << d.u.fd.valid_max
             << ", \"default\": " << d.u.fd.dephault << "}";
         break;
+      }
       case PF_Param_SLIDER:
         out << ", \"min\": " << d.u.sd.valid_min << ", \"max\": " << d.u.sd.valid_max << ", \"default\": " << d.u.sd.dephault;
         break;
       case PF_Param_ANGLE:
-        out << ", \"default\": " << FormatFixed(d.u.ad.dephault) << ", \"fixed\": {\"default\": " << d.u.ad.dephault << "}";
+        // Angles declare no range: any angle the host's numbers hold.
+        out << ", \"min\": " << FormatFixed(INT32_MIN) << ", \"max\": " << FormatFixed(INT32_MAX)
+            << ", \"default\": " << FormatFixed(d.u.ad.dephault) << ", \"fixed\": {\"min\": " << INT32_MIN
+            << ", \"max\": " << INT32_MAX << ", \"default\": " << d.u.ad.dephault << "}";
         break;
       case PF_Param_CHECKBOX: out << ", \"default\": " << (d.u.bd.dephault ? "true" : "false"); break;
       case PF_Param_COLOR:
@@ -391,17 +479,24 @@ std::string DescribeJson(const host::PropertyInfo& info, const std::vector<Param
             << d.u.td.x_dephault << ", " << d.u.td.y_dephault << "]}";
         break;
       case PF_Param_POPUP: {
-        out << ", \"default\": " << d.u.pd.dephault << ", \"num_choices\": " << d.u.pd.num_choices << ", \"choices\": [";
-        const auto& c = o.declared.choices;
-        for (size_t k = 0; k < c.size(); ++k) out << (k ? ", " : "") << JsonString(c[k]);
-        out << "], \"selectable\": [";
-        bool first = true;
-        for (size_t k = 0; k < c.size() && static_cast<int>(k) < d.u.pd.num_choices; ++k)
-          if (Selectable(c[k])) {
-            out << (first ? "" : ", ") << "{\"value\": " << k + 1 << ", \"name\": " << JsonString(OptionName(c[k])) << "}";
-            first = false;
+        // choices: the name of each menu value 1..num_choices, null for a
+        // separator line or an entry the menu string leaves unnamed;
+        // entries: every value the command line accepts, with its name.
+        const int n = d.u.pd.num_choices;
+        std::string choices, entries, separators;
+        for (int v = 1; v <= n; ++v) {
+          const std::string name = EntryName(o, v);
+          choices += std::string(v > 1 ? ", " : "") + (name.empty() ? "null" : JsonString(name));
+          if (IsSeparatorEntry(o, v)) {
+            separators += (separators.empty() ? "" : ", ") + std::to_string(v);
+            continue;
           }
-        out << "]";
+          entries += std::string(entries.empty() ? "" : ", ") + "{\"value\": " + std::to_string(v) +
+                     ", \"name\": " + (name.empty() ? "null" : JsonString(name)) +
+                     ", \"option_value\": " + JsonString(name.empty() ? std::to_string(v) : OptionName(name)) + "}";
+        }
+        out << ", \"default\": " << d.u.pd.dephault << ", \"num_choices\": " << n << ", \"choices\": [" << choices
+            << "], \"separators\": [" << separators << "], \"entries\": [" << entries << "]";
         break;
       }
       default: break;

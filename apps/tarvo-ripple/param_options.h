@@ -37,15 +37,32 @@ bool ApplyValue(const ParamOption& opt, const std::string& text, host::Host& hos
 // within width × height pixels; "" when it does, else the problem.
 std::string CheckPointInLayer(const ParamOption& opt, host::Host& host, int32_t width, int32_t height);
 
+// "3.0": major and minor of a version word packed as in the property list.
+std::string VersionText(uint32_t version);
+
 // Shown value of a 16.16 number: shortest exact decimal, e.g. 3.125, -150, 6.25.
 std::string FormatFixed(int32_t fixed);
 
-// Menu number of a popup choice name (case and separators ignored), 0 when none.
+// Names compare equal when they differ only in case, blanks, dashes and
+// underscores: "Pin Left", "pin-left", "pinleft" and "PIN_LEFT" are one name.
+std::string MatchKey(const std::string& name);
+
+// Menu value of a popup entry name (matched by MatchKey), 0 when none.
+// Separator lines and entries without a name have none.
 int PopupNumber(const ParamOption& opt, const std::string& name);
+
+// Menu value v (1-based) is one of the menu's separator lines, which the
+// plug-in declares but no user picks.
+bool IsSeparatorEntry(const ParamOption& opt, int v);
 
 // The parameter list for --list-params (text table or JSON).
 std::string DescribeText(const host::PropertyInfo& info, const std::vector<ParamOption>& options);
 std::string DescribeJson(const host::PropertyInfo& info, const std::vector<ParamOption>& options);
+
+// The name among candidates closest to name in edit distance (letters
+// swapped count once), compared by MatchKey; "" when none is within two
+// edits (one for names of up to four letters).
+std::string ClosestName(const std::string& name, const std::vector<std::string>& candidates);
 
 // What the option takes and its default, one line (for --help).
 std::string OptionHelp(const ParamOption& opt);

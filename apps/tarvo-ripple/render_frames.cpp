@@ -4,6 +4,8 @@
 #include <string.h>
 
 #include <atomic>
+#include <chrono>
+#include <memory>
 #include <new>
 #include <optional>
 
@@ -36,6 +38,38 @@ struct SharedState {
 };
 static_assert(std::atomic<int64_t>::is_always_lock_free && std::atomic<int32_t>::is_always_lock_free);
 
+// Seconds one frame spent in each step; frames not finished stay at -1.
+struct FrameTimes {
+  double read = -1, render = -1, write = -1;
+};
+
+double Since(std::chrono::steady_clock::time_point start) {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+// The --stats table: one row per finished frame, then the totals.
+void PrintStats(const RenderJob& job, const FrameTimes* times, int64_t count, int jobs, double wall) {
+  std::string out = "frame\tread_ms\trender_ms\twrite_ms\n";
+  double sum[3] = {0, 0, 0};
+  int64_t finished = 0;
+  char line[128];
+  for (int64_t k = 0; k < count; ++k) {
+    const FrameTimes& t = times[k];
+    if (t.write < 0) continue;
+    ++finished;
+    sum[0] += t.read, sum[1] += t.render, sum[2] += t.write;
+    snprintf(line, sizeof line, "%lld\t%.3f\t%.3f\t%.3f\n", static_cast<long long>(job.sequence ? job.first + k : 0),
+             t.read * 1e3, t.render * 1e3, t.write * 1e3);
+    out += line;
+  }
+  snprintf(line, sizeof line, "total\t%.3f\t%.3f\t%.3f\n", sum[0] * 1e3, sum[1] * 1e3, sum[2] * 1e3);
+  out += line;
+  snprintf(line, sizeof line, "wall_ms\t%.3f\tframes\t%lld\tjobs\t%d\n", wall * 1e3, static_cast<long long>(finished), jobs);
+  out += line;
+  fwrite(out.data(), 1, out.size(), stdout);
+  fflush(stdout);
+}
+
 void Fail(SharedState* shared, int code, const std::string& message) {
   if (shared->failed.exchange(1) != 0) return;  // the first failure is the one reported
   shared->exitCode = code;
@@ -57,10 +91,12 @@ class FrameRenderer {
   }
 
   // Renders frame k of the job (0-based); false with *code and *message.
-  bool Render(int64_t k, int* code, std::string* message) {
+  // *times gets the seconds of each step.
+  bool Render(int64_t k, int* code, std::string* message, FrameTimes* times) {
     const int64_t frame = job_.sequence ? job_.first + k : 0;
     host::Host& h = session_.Host();
     *code = kExitError;
+    auto start = std::chrono::steady_clock::now();
 
     const host::Image* input = &perFrame_;
     if (job_.demo || !job_.input.hasFrame) {
@@ -79,6 +115,7 @@ class FrameRenderer {
     } else if (!ReadImage(FramePath(job_.input, frame), &perFrame_, message)) {
       return false;
     }
+    times->read = Since(start);
     for (const ParamOption& o : session_.Options()) {
       if (std::string bad = CheckPointInLayer(o, h, input->width, input->height); !bad.empty()) {
         *message = std::move(bad);
@@ -104,7 +141,11 @@ class FrameRenderer {
         return false;
       case EffectSession::Outcome::kHostError: *message = shown; return false;
     }
-    return WriteImage(FramePath(job_.output, frame), output, message);
+    times->render = session_.LastRenderSeconds();
+    start = std::chrono::steady_clock::now();
+    if (!WriteImage(FramePath(job_.output, frame), output, message)) return false;
+    times->write = Since(start);
+    return true;
   }
 
  private:
@@ -116,8 +157,10 @@ class FrameRenderer {
 
 // Renders the job's frames as claimed from shared until none are left or
 // any process has failed; afterFrame runs after each finished frame.
+// times has one entry per frame of the job.
 template <class AfterFrame>
-void RenderFrames(const RenderJob& job, EffectSession& session, SharedState* shared, AfterFrame afterFrame) {
+void RenderFrames(const RenderJob& job, EffectSession& session, SharedState* shared, FrameTimes* times,
+                  AfterFrame afterFrame) {
   const int64_t count = job.sequence ? int64_t{job.last} - job.first + 1 : 1;
   FrameRenderer renderer(job, session);
   for (;;) {
@@ -126,7 +169,9 @@ void RenderFrames(const RenderJob& job, EffectSession& session, SharedState* sha
     if (k >= count) return;
     int code;
     std::string message;
-    if (!renderer.Render(k, &code, &message)) return Fail(shared, code, message);
+    FrameTimes t;
+    if (!renderer.Render(k, &code, &message, &t)) return Fail(shared, code, message);
+    if (times) times[k] = t;
     shared->done.fetch_add(1);
     afterFrame();
   }
@@ -138,7 +183,8 @@ void RenderFrames(const RenderJob& job, EffectSession& session, SharedState* sha
 // its parent (SIGTERM, whose handler removes its temporary file) and keeps
 // its temporary file's name in memory shared with the parent, which
 // removes it when the worker is killed.
-int RunWorkers(const RenderJob& job, int jobs, SharedState* shared, TempFileSlot* slots, ProgressBar& bar) {
+int RunWorkers(const RenderJob& job, int jobs, SharedState* shared, TempFileSlot* slots, FrameTimes* times,
+               ProgressBar& bar) {
   fflush(nullptr);
   const pid_t parent = getpid();
   std::vector<pid_t> workers;
@@ -159,7 +205,7 @@ int RunWorkers(const RenderJob& job, int jobs, SharedState* shared, TempFileSlot
       } else if (!session->Apply(job.values, &error)) {
         Fail(shared, kExitError, error);
       } else {
-        RenderFrames(job, *session, shared, [] {});
+        RenderFrames(job, *session, shared, times, [] {});
       }
       session.reset();
       fflush(nullptr);
@@ -203,37 +249,56 @@ int RunRenderJob(const RenderJob& job, EffectSession& session) {
 #if defined(_WIN32)
   jobs = 1;
 #endif
+  const auto start = std::chrono::steady_clock::now();
   ProgressBar bar(count, job.progress && job.sequence);
   int code = kExitOk;
   SharedState* shared = nullptr;
   SharedState local;
+  FrameTimes* times = nullptr;
+  std::vector<FrameTimes> localTimes;
 #if !defined(_WIN32)
   // The shared state, then one temporary-file slot per worker.
   const size_t mappedSize = sizeof(SharedState) + sizeof(TempFileSlot) * static_cast<size_t>(jobs);
   void* mapped = MAP_FAILED;
+  void* mappedTimes = MAP_FAILED;
+  const size_t timesBytes = static_cast<size_t>(count) * sizeof(FrameTimes);
   if (jobs > 1) {
     mapped = mmap(nullptr, mappedSize, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    if (job.stats && mapped != MAP_FAILED) {
+      mappedTimes = mmap(nullptr, timesBytes, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+      if (mappedTimes == MAP_FAILED) munmap(mapped, mappedSize), mapped = MAP_FAILED;
+    }
     if (mapped == MAP_FAILED) jobs = 1;  // render here instead
   }
   if (jobs > 1) {
     shared = new (mapped) SharedState();
     auto* slots = reinterpret_cast<TempFileSlot*>(static_cast<char*>(mapped) + sizeof(SharedState));
     for (int i = 0; i < jobs; ++i) new (&slots[i]) TempFileSlot();
-    code = RunWorkers(job, jobs, shared, slots, bar);
+    if (mappedTimes != MAP_FAILED) {
+      times = static_cast<FrameTimes*>(mappedTimes);
+      std::uninitialized_fill_n(times, count, FrameTimes());
+    }
+    code = RunWorkers(job, jobs, shared, slots, times, bar);
   }
 #endif
   if (!shared) {
     shared = &local;
-    RenderFrames(job, session, shared, [&] { bar.Update(shared->done.load()); });
+    if (job.stats) {
+      localTimes.resize(static_cast<size_t>(count));
+      times = localTimes.data();
+    }
+    RenderFrames(job, session, shared, times, [&] { bar.Update(shared->done.load()); });
     code = shared->failed.load() ? shared->exitCode : kExitOk;
   }
   const int64_t done = shared->done.load();
   if (code == kExitOk || done > 0) bar.Finish(done);
   if (code != kExitOk) fprintf(stderr, "tarvo-ripple: %s\n", shared->message);
+  if (times) PrintStats(job, times, count, jobs, Since(start));
 #if !defined(_WIN32)
   if (shared != &local) {
     shared->~SharedState();
     munmap(mapped, mappedSize);
+    if (mappedTimes != MAP_FAILED) munmap(mappedTimes, timesBytes);
   }
 #endif
   return code;

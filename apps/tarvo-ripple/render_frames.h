@@ -33,12 +33,15 @@ struct RenderJob {
   int32_t first = 0, last = 0;
   int jobs = 1;
   bool progress = false;
+  bool stats = false;  // print the time of each frame's steps on stdout
 };
 
 // Renders every frame of job. session is the caller's (already set up with
 // job.values); worker processes open their own. On failure prints one line
 // on stderr and returns kExitError or kExitEffectError; frames written
-// before the failure stay.
+// before the failure stay. With job.stats, a table of the seconds each
+// finished frame spent reading, in the plug-in's render and writing, the
+// totals and the wall time go to stdout afterwards (format in the README).
 int RunRenderJob(const RenderJob& job, EffectSession& session);
 
 }  // namespace tarvo::cli

@@ -1,6 +1,5 @@
 // Renders through the command line, compared with the same renders made
-// through the in-process host: defaults and formats, every option, popup names against
-// numbers, channel layouts and formats, sequences and worker processes.
+// through the in-process host: defaults and formats, every option, channel layouts and formats, sequences and worker processes.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -121,26 +120,6 @@ TEST(CliRender, ValuesTruncateTowardZeroAndTheDeclaredDefaultIsAlwaysAccepted) {
   InProcess p;
   p.Host().Param(p.Index("Radius")).u.fd.value = 1638399;
   EXPECT_TRUE(SamePixels(Output(dir + "/a.png"), p.Render(ToArgb(picture))));
-}
-
-TEST(CliRender, PopupNamesAndNumbersSelectTheSameChoice) {
-  const std::string dir = TestDir();
-  ASSERT_TRUE(WritePicture(dir + "/in.png", MakePicture(48, 40, 4)));
-  const std::vector<std::vector<std::string>> same = {
-      {"--waveform", "triangle", "2"},   {"--waveform", "HALF SINE", "8"}, {"--waveform", "spectrum-14", "22"},
-      {"--intensity", "Low", "1"},       {"--twirl", "super twirl", "3"},  {"--pin-mode", "Pin Vertical", "11"},
-      {"--pin-mode", "pin_center", "3"}, {"--antialias", "low", "3"},
-  };
-  int n = 0;
-  for (const auto& c : same) {
-    const std::string a = "n" + std::to_string(n) + ".png", b = "v" + std::to_string(n++) + ".png";
-    ASSERT_EQ(RunCli({"in.png", a, c[0], c[1]}, dir).exitCode, 0) << c[0] << " " << c[1];
-    ASSERT_EQ(RunCli({"in.png", b, c[0], c[2]}, dir).exitCode, 0) << c[0] << " " << c[2];
-    EXPECT_EQ(ReadFile(dir + "/" + a), ReadFile(dir + "/" + b)) << c[0] << " " << c[1];
-  }
-  // The two unnamed wave shapes and a separator's number are valid values.
-  for (const char* v : {"23", "24"}) EXPECT_EQ(RunCli({"in.png", "w.png", "--waveform", v}, dir).exitCode, 0) << v;
-  EXPECT_EQ(RunCli({"in.png", "w.png", "--pin-mode", "4"}, dir).exitCode, 0);
 }
 
 TEST(CliRender, GrayAndColourInputsGetOpaqueAlphaAndKeepTheirSize) {

@@ -159,7 +159,7 @@ try {
   const declared = JSON.parse(execFileSync(cli, ['--list-params', '--json'], { encoding: 'utf8' })).parameters;
   const controls = await Eval(`[...document.querySelectorAll('#controls [data-option]')].map((e) => [e.dataset.option, e.value])`);
   const expected = declared.map((p) => [p.option.slice(2), p.type === 'point' ? ''
-    : p.type === 'popup' ? (p.selectable.find((s) => s.value === p.default) || { name: String(p.default) }).name
+    : p.type === 'popup' ? p.entries.find((e) => e.value === p.default).option_value
     : String(p.default)]);
   Check(controls.length === 16 && JSON.stringify(controls) === JSON.stringify(expected),
         `16 controls at their declared defaults: ${JSON.stringify(controls)}`);
