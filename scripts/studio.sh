@@ -24,7 +24,7 @@ done
 # module folder; Debian's frozen Emscripten cache must stay where it is.
 if ! command -v em++ >/dev/null || ! command -v node >/dev/null || ! command -v ninja >/dev/null ||
    [[ ! -d /usr/share/nodejs/acorn ]]; then
-  "$root/scripts/setup.sh"
+  "$root/scripts/setup.sh" studio
 fi
 export NODE_PATH=/usr/share/nodejs${NODE_PATH:+:$NODE_PATH}
 unset EM_CACHE
