@@ -107,71 +107,183 @@ std::string CheckImageSize(int32_t width, int32_t height) {
   return "";
 }
 
-bool ReadImage(const std::string& path, host::Image* out, std::string* error) {
-  std::error_code ec;
-  if (!fs::exists(path, ec)) {
-    *error = "cannot read " + path + ": no such file";
-    return false;
-  }
-  if (fs::is_directory(path, ec)) {
-    *error = "cannot read " + path + ": it is a directory";
-    return false;
-  }
-  QuietStderr quiet;
-  [[maybe_unused]] LibraryAllocations library;
-  OIIO::ImageSpec config;
-  config.attribute("oiio:UnassociatedAlpha", 1);
-  auto in = OIIO::ImageInput::open(path, &config);
-  if (!in) {
-    *error = "cannot read " + path + ": " + OneLine(OIIO::geterror());
-    return false;
-  }
-  const OIIO::ImageSpec format = in->spec_dimensions(0);  // sizes, channels and alpha: all this needs
-  if (format.depth > 1) {
-    *error = "cannot read " + path + ": volume images are not supported";
-    return false;
-  }
-  if (const std::string bad = CheckImageSize(format.width, format.height); !bad.empty()) {
-    *error = path + " " + bad;
-    return false;
-  }
-  const int nch = format.nchannels;
-  if (nch < 1) {
-    *error = "cannot read " + path + ": it has no channels";
-    return false;
-  }
-  const size_t w = static_cast<size_t>(format.width), h = static_cast<size_t>(format.height);
-  // Every channel is read at 8 bits: more than the largest frame's four
-  // channels hold is refused before it is allocated.
-  if (w * h * static_cast<size_t>(nch) > static_cast<size_t>(kMaxImageWidth) * kMaxImageHeight * 4) {
-    *error = path + " is " + std::to_string(w) + "x" + std::to_string(h) + " with " + std::to_string(nch) +
-             " channels, more than the effect allows (4 channels of 4095x32767 at most)";
-    return false;
-  }
-  std::vector<uint8_t> pixels(w * h * static_cast<size_t>(nch));
-  if (!in->read_image(0, 0, 0, nch, OIIO::TypeDesc::UINT8, pixels.data())) {
-    *error = "cannot read " + path + ": " + OneLine(in->geterror());
-    return false;
-  }
-  in->close();
+namespace {
 
-  // Channels: gray (1), gray + alpha (2), colour (3), colour + alpha (4 or more).
-  int alpha = format.alpha_channel;
-  if (alpha < 0 && (nch == 2 || nch >= 4)) alpha = nch == 2 ? 1 : 3;
-  const bool gray = nch <= 2;
-  host::Image img(format.width, format.height);
-  for (size_t y = 0; y < h; ++y) {
-    const uint8_t* s = pixels.data() + y * w * static_cast<size_t>(nch);
-    PF_Pixel* d = img.Row(static_cast<int32_t>(y));
-    for (size_t x = 0; x < w; ++x, s += nch) {
-      d[x].red = s[0];
-      d[x].green = gray ? s[0] : s[1];
-      d[x].blue = gray ? s[0] : s[2];
-      d[x].alpha = alpha >= 0 ? s[alpha] : 255;
+// True when a JPEG file's markers run on to its end-of-image marker. A JPEG
+// cut short decodes with only a warning, which the image library keeps to
+// itself, and the missing part grey. Entropy-coded data never holds a
+// marker other than restarts (0xFF is stuffed as FF 00), so the walk
+// follows segment lengths and scans, never the data of embedded thumbnails.
+bool JpegComplete(const std::string& path) {
+  FILE* f = fopen(path.c_str(), "rb");
+  if (!f) return false;
+  auto next = [f] { return getc_unlocked(f); };
+  bool complete = false;
+  int c = next();
+  if (c != 0xFF || next() != 0xD8) {
+    fclose(f);
+    return true;  // not a JPEG stream at all: the decoder says so
+  }
+  for (c = next(); c == 0xFF;) {
+    int marker;
+    do marker = next(); while (marker == 0xFF);
+    if (marker == EOF) break;
+    if (marker == 0xD9) {
+      complete = true;
+      break;
+    }
+    if (marker == 0x01 || (marker >= 0xD0 && marker <= 0xD7)) {
+      c = next();
+      continue;
+    }
+    const int hi = next(), lo = next();
+    if (lo == EOF) break;
+    const long length = hi << 8 | lo;
+    if (length < 2 || fseek(f, length - 2, SEEK_CUR) != 0) break;
+    c = next();
+    if (marker != 0xDA) continue;
+    // Scan data runs to the next marker that is neither stuffing nor a restart.
+    while (c != EOF) {
+      if (c != 0xFF) {
+        c = next();
+        continue;
+      }
+      int m;
+      do m = next(); while (m == 0xFF);
+      if (m == 0x00 || (m >= 0xD0 && m <= 0xD7)) {
+        c = next();
+        continue;
+      }
+      if (m != EOF) ungetc(m, f);
+      c = m == EOF ? EOF : 0xFF;
+      break;
     }
   }
-  *out = std::move(img);
-  return true;
+  fclose(f);
+  return complete;
+}
+
+// The most pixels one byte of a file can describe: a header declaring more
+// than its file's size allows is refused before any frame-sized buffer.
+// PNG: deflate expands a byte to at most 1032, each of 8 one-bit pixels.
+// Other formats: well above any codec's best case.
+double MaxPixelsPerByte(const char* format) { return strcmp(format, "png") == 0 ? 8256.0 : 1048576.0; }
+
+const char* FileKind(mode_t mode) {
+  if (S_ISFIFO(mode)) return "a pipe";
+  if (S_ISCHR(mode) || S_ISBLK(mode)) return "a device";
+  if (S_ISSOCK(mode)) return "a socket";
+  return "not a regular file";
+}
+
+// 8-bit straight RGBA of one row of nch channels; associated colour (float)
+// is divided by its alpha first.
+void ToPixels(const uint8_t* s, int nch, int alpha, size_t w, PF_Pixel* d) {
+  const bool gray = nch <= 2;
+  for (size_t x = 0; x < w; ++x, s += nch) {
+    d[x].red = s[0];
+    d[x].green = gray ? s[0] : s[1];
+    d[x].blue = gray ? s[0] : s[2];
+    d[x].alpha = alpha >= 0 ? s[alpha] : 255;
+  }
+}
+uint8_t ToByte(float v) { return static_cast<uint8_t>(std::clamp(v, 0.0f, 1.0f) * 255.0f + 0.5f); }
+void UnassociateToPixels(const float* s, int nch, int alpha, size_t w, PF_Pixel* d) {
+  const bool gray = nch <= 2;
+  for (size_t x = 0; x < w; ++x, s += nch) {
+    const float a = s[alpha];
+    const float k = a > 0.0f ? 1.0f / a : 1.0f;  // alpha 0 keeps its colour as stored
+    d[x].red = ToByte(s[0] * k);
+    d[x].green = ToByte((gray ? s[0] : s[1]) * k);
+    d[x].blue = ToByte((gray ? s[0] : s[2]) * k);
+    d[x].alpha = ToByte(a);
+  }
+}
+
+}  // namespace
+
+bool ReadImage(const std::string& path, host::Image* out, std::string* error) {
+  auto fail = [&](const std::string& why) {
+    *error = "cannot read " + path + ": " + why;
+    return false;
+  };
+  struct stat file {};
+  if (stat(path.c_str(), &file) != 0) return fail(errno == ENOENT ? "no such file" : strerror(errno));
+  if (S_ISDIR(file.st_mode)) return fail("it is a directory");
+  // Only regular files: a pipe or a device could block or never end.
+  if (!S_ISREG(file.st_mode)) return fail(std::string("it is ") + FileKind(file.st_mode) + ", not a regular file");
+  QuietStderr quiet;
+  [[maybe_unused]] LibraryAllocations library;
+  try {
+    OIIO::ImageSpec config;
+    config.attribute("oiio:UnassociatedAlpha", 1);
+    auto in = OIIO::ImageInput::open(path, &config);
+    if (!in) return fail(OneLine(OIIO::geterror()));
+    const OIIO::ImageSpec& format = in->spec();
+    if (format.depth > 1) return fail("volume images are not supported");
+    if (const std::string bad = CheckImageSize(format.width, format.height); !bad.empty()) {
+      *error = path + " " + bad;
+      return false;
+    }
+    const int nch = format.nchannels;
+    if (nch < 1) return fail("it has no channels");
+    const size_t w = static_cast<size_t>(format.width), h = static_cast<size_t>(format.height);
+    // Every channel is read at 8 bits: more than the largest frame's four
+    // channels hold is refused before it is allocated.
+    if (w * h * static_cast<size_t>(nch) > static_cast<size_t>(kMaxImageWidth) * kMaxImageHeight * 4) {
+      *error = path + " is " + std::to_string(w) + "x" + std::to_string(h) + " with " + std::to_string(nch) +
+               " channels, more than the effect allows (4 channels of 4095x32767 at most)";
+      return false;
+    }
+    if (static_cast<double>(w) * static_cast<double>(h) >
+        static_cast<double>(file.st_size) * MaxPixelsPerByte(in->format_name()))
+      return fail("its header declares " + std::to_string(w) + "x" + std::to_string(h) + " pixels, more than " +
+                  std::to_string(file.st_size) + " bytes can hold");
+    if (strcmp(in->format_name(), "jpeg") == 0 && !JpegComplete(path))
+      return fail("the file ends before its JPEG data does (cut short?)");
+
+    // Channels: gray (1), gray + alpha (2), colour (3), colour + alpha (4 or more).
+    int alpha = format.alpha_channel;
+    if (alpha < 0 && (nch == 2 || nch >= 4)) alpha = nch == 2 ? 1 : 3;
+    // Stored associated (OpenEXR always, TIFF unless marked unassociated):
+    // colour divided by alpha, in floats. The other formats store straight
+    // colour and give it as stored.
+    const std::string kind = in->format_name();
+    const bool associated = alpha >= 0 && (kind == "openexr" ||
+                                           (kind == "tiff" && format.get_int_attribute("oiio:UnassociatedAlpha") != 1));
+    const OIIO::TypeDesc type = associated ? OIIO::TypeDesc::FLOAT : OIIO::TypeDesc::UINT8;
+
+    // Rows in strips, so that a file whose data runs out fails before the
+    // frame is allocated; tiled files in one piece (OpenImageIO 2.4's IFF
+    // reader cannot give scanlines of its tiles).
+    const bool tiled = format.tile_width > 0;
+    const size_t stripRows =
+        tiled ? h : std::max<size_t>(1, std::min<size_t>(h, (size_t{1} << 22) / (w * nch * type.size())));
+    std::vector<uint8_t> strip(stripRows * w * static_cast<size_t>(nch) * type.size());
+    host::Image img;
+    for (size_t y0 = 0; y0 < h; y0 += stripRows) {
+      const size_t rows = std::min(stripRows, h - y0);
+      const int yb = format.y + static_cast<int>(y0);
+      if (!(tiled ? in->read_image(0, 0, 0, nch, type, strip.data())
+                  : in->read_scanlines(0, 0, yb, yb + static_cast<int>(rows), format.z, 0, nch, type, strip.data())))
+        return fail(OneLine(in->geterror()));
+      if (y0 == 0) img = host::Image(format.width, format.height);
+      for (size_t r = 0; r < rows; ++r) {
+        PF_Pixel* d = img.Row(static_cast<int32_t>(y0 + r));
+        const uint8_t* s = strip.data() + r * w * static_cast<size_t>(nch) * type.size();
+        if (associated)
+          UnassociateToPixels(reinterpret_cast<const float*>(s), nch, alpha, w, d);
+        else
+          ToPixels(s, nch, alpha, w, d);
+      }
+    }
+    in->close();
+    *out = std::move(img);
+    return true;
+  } catch (const std::bad_alloc&) {
+    *error = "out of memory reading " + path;
+    return false;
+  }
 }
 
 namespace {
@@ -316,22 +428,38 @@ bool WriteImage(const std::string& path, const host::Image& image, std::string* 
   }
   const bool alpha = out->supports("alpha");
   const int nch = alpha ? 4 : 3;
-  OIIO::ImageSpec format(image.width, image.height, nch, OIIO::TypeDesc::UINT8);
+  // OpenEXR holds colour multiplied by alpha, in half floats; the other
+  // formats take straight 8-bit colour.
+  const bool associated = strcmp(out->format_name(), "openexr") == 0;
+  const OIIO::TypeDesc type = associated ? OIIO::TypeDesc::FLOAT : OIIO::TypeDesc::UINT8;
+  OIIO::ImageSpec format(image.width, image.height, nch, associated ? OIIO::TypeDesc::HALF : OIIO::TypeDesc::UINT8);
   format.attribute("png:compressionLevel", g_pngCompression);  // other formats ignore it
   if (alpha) {
     format.alpha_channel = 3;
-    format.attribute("oiio:UnassociatedAlpha", 1);
+    if (!associated) format.attribute("oiio:UnassociatedAlpha", 1);
   }
   const size_t w = static_cast<size_t>(image.width), h = static_cast<size_t>(image.height);
   std::vector<uint8_t> pixels;
   try {
-    pixels.resize(w * h * static_cast<size_t>(nch));
+    pixels.resize(w * h * static_cast<size_t>(nch) * type.size());
   } catch (const std::bad_alloc&) {
     return fail("out of memory");
   }
   for (size_t y = 0; y < h; ++y) {
     const PF_Pixel* s = image.Row(static_cast<int32_t>(y));
-    uint8_t* d = pixels.data() + y * w * static_cast<size_t>(nch);
+    const size_t row = y * w * static_cast<size_t>(nch);
+    if (associated) {
+      float* d = reinterpret_cast<float*>(pixels.data()) + row;
+      for (size_t x = 0; x < w; ++x, d += nch) {
+        const float a = s[x].alpha / 255.0f;
+        d[0] = s[x].red / 255.0f * a;
+        d[1] = s[x].green / 255.0f * a;
+        d[2] = s[x].blue / 255.0f * a;
+        d[3] = a;
+      }
+      continue;
+    }
+    uint8_t* d = pixels.data() + row;
     for (size_t x = 0; x < w; ++x, d += nch) {
       d[0] = s[x].red;
       d[1] = s[x].green;
@@ -382,7 +510,7 @@ bool WriteImage(const std::string& path, const host::Image& image, std::string* 
     CheckedFile proxy(fd);
     QuietStderr quiet;
     const bool encoded = out->set_ioproxy(&proxy) && out->open(temp.string(), format) &&
-                         out->write_image(OIIO::TypeDesc::UINT8, pixels.data()) && out->close();
+                         out->write_image(type, pixels.data()) && out->close();
     if (!encoded) encoderError = OneLine(out->geterror());
     out.reset();
     err = proxy.Error();

@@ -2,10 +2,12 @@
 // whatever else the image library reads, converted to and from the effect's
 // 8-bit ARGB.
 //
-// Reading: gray becomes R = G = B; images without alpha get alpha 255;
-// colour is taken as stored (unassociated, never premultiplied or divided).
+// Reading: regular files only; gray becomes R = G = B; images without alpha
+// get alpha 255; colour becomes straight (unassociated): OpenEXR and
+// associated TIFF are divided by alpha, the other formats store it so.
 // Writing: the format follows the output's extension; 8-bit RGBA where the
-// format holds alpha, RGB otherwise. A file is written under a temporary
+// format holds alpha, RGB otherwise; OpenEXR half floats multiplied by
+// alpha, as that format defines. A file is written under a temporary
 // name in its target's directory (through symbolic links), every write
 // checked, flushed to disk and renamed into place with the replaced file's
 // permissions: a failed or interrupted write leaves the old file as it was
