@@ -44,7 +44,7 @@ std::mutex g_lock;  // guards everything below and every call into the plug-in
 std::unique_ptr<host::Module> g_module;
 int g_instances = 0;
 bool g_warnedTooLarge = false;
-bool g_warnedWidth16 = false;
+bool g_warnedWidth64 = false;
 
 void Say(const std::string& what) { fprintf(stderr, "tarvo_ripple: %s\n", what.c_str()); }
 
@@ -100,6 +100,9 @@ struct Instance {
   double initial[kNumParams] = {};
   bool warnedRange[kNumParams] = {};
   TimeUnit unit = TimeUnit::Seconds;
+  double frameRate = kDefaultFrameRate;  // of the counter used when a frame has no timestamp
+  int64_t frames = 0;                    // frames handed over so far
+  bool warnedTime = false;
   bool trace = false;
   std::set<std::string> reported;  // render errors already printed
 
@@ -171,6 +174,9 @@ Instance* Construct(unsigned width, unsigned height) {
   std::string why, unitError;
   inst->unit = DetectTimeUnit(&why, &unitError);
   if (!unitError.empty()) Say(unitError);
+  unitError.clear();
+  inst->frameRate = FallbackFrameRate(&unitError);
+  if (!unitError.empty()) Say(unitError);
   if (inst->trace) Say(std::string("time unit ") + TimeUnitName(inst->unit) + " (" + why + ")");
 
   if (!inst->passThrough) {
@@ -185,11 +191,12 @@ Instance* Construct(unsigned width, unsigned height) {
         " exceed what the effect can process (at most 4095 pixels wide and 32767 high); they are "
         "passed through unchanged");
   }
-  if (width % 16 != 0 && !g_warnedWidth16 && DetectHost() == HostKind::Ffmpeg) {
-    g_warnedWidth16 = true;
+  if (width % 64 != 0 && !g_warnedWidth64 && DetectHost() == HostKind::Ffmpeg) {
+    g_warnedWidth64 = true;
     Say("frame width " + std::to_string(width) +
-        " is not a multiple of 16: ffmpeg's frei0r wrapper garbles such frames; pad the video "
-        "first, e.g. -vf \"pad=ceil(iw/16)*16:ih,frei0r=tarvo_ripple\"");
+        " is not a multiple of 64: ffmpeg's frei0r wrapper hands such frames over without their "
+        "timestamps (and garbles widths that are not a multiple of 16); pad the video first, e.g. "
+        "-vf \"pad=ceil(iw/64)*64:ih,frei0r=tarvo_ripple,crop=" + std::to_string(width) + ":ih:0:0\"");
   }
   inst->host = MakeHost(inst->trace);
   if (!inst->host) return nullptr;
@@ -200,7 +207,18 @@ Instance* Construct(unsigned width, unsigned height) {
 
 void Render(Instance* inst, double time, const uint32_t* inframe, uint32_t* outframe) {
   if (!inst || !inframe || !outframe) return;
-  const HostTime t = MapTime(time, inst->unit);
+  HostTime t;
+  if (!MapTime(time, inst->unit, &t)) {
+    t = CountedTime(inst->frames, inst->frameRate);
+    if (!inst->warnedTime) {
+      inst->warnedTime = true;
+      char text[160];
+      snprintf(text, sizeof text, "the host gave a frame no usable time (%g); counting frames at %g a second instead",
+               time, inst->frameRate);
+      Say(std::string(text) + " (TARVO_RIPPLE_FRAME_RATE sets the rate)");
+    }
+  }
+  ++inst->frames;
   if (inst->trace)
     fprintf(stderr, "tarvo_ripple: time %.17g (%s) -> current_time %d, time_step %d, time_scale %u\n", time,
             TimeUnitName(inst->unit), t.current, t.step, t.scale);

@@ -54,19 +54,31 @@ HostKind DetectHost() {
   return HostKind::Other;
 }
 
-HostTime MapTime(double time, TimeUnit unit) {
-  double ms = unit == TimeUnit::Seconds ? time * 1000.0 : time;
+namespace {
+HostTime Milliseconds(double ms) {
   ms = nearbyint(ms);
-  int32_t current = 0;
-  if (isnan(ms))
-    current = 0;
-  else if (ms >= 2147483647.0)
-    current = INT32_MAX;
-  else if (ms <= -2147483648.0)
-    current = INT32_MIN;
-  else
-    current = static_cast<int32_t>(ms);
+  const int32_t current = ms >= 2147483647.0 ? INT32_MAX : ms <= -2147483648.0 ? INT32_MIN : static_cast<int32_t>(ms);
   return {current, 1, 1000};
 }
+}  // namespace
+
+bool MapTime(double time, TimeUnit unit, HostTime* out) {
+  const double ms = nearbyint(unit == TimeUnit::Seconds ? time * 1000.0 : time);
+  if (!isfinite(ms) || ms > 2147483647.0 || ms < -2147483648.0) return false;
+  *out = Milliseconds(ms);
+  return true;
+}
+
+double FallbackFrameRate(std::string* error) {
+  const char* env = getenv("TARVO_RIPPLE_FRAME_RATE");
+  if (!env || !*env) return kDefaultFrameRate;
+  char* end = nullptr;
+  const double rate = strtod(env, &end);
+  if (*end == '\0' && isfinite(rate) && rate > 0) return rate;
+  *error = std::string("TARVO_RIPPLE_FRAME_RATE is \"") + env + "\"; expected frames per second above 0; using 25";
+  return kDefaultFrameRate;
+}
+
+HostTime CountedTime(int64_t frame, double rate) { return Milliseconds(static_cast<double>(frame) * 1000.0 / rate); }
 
 }  // namespace tarvo::frei0r

@@ -34,7 +34,19 @@ struct HostTime {
 };
 
 // time in the given unit → host time in whole milliseconds (rounded to
-// nearest; not a number gives 0; beyond the 32-bit range is clamped).
-HostTime MapTime(double time, TimeUnit unit);
+// nearest). False when it cannot be a timestamp: not finite, or beyond the
+// 32-bit range once in milliseconds (ffmpeg hands frames without a
+// timestamp over as about -3.7e20).
+bool MapTime(double time, TimeUnit unit, HostTime* out);
+
+// Frames per second of the frame counter that stands in for missing
+// timestamps: TARVO_RIPPLE_FRAME_RATE when set (a number above 0; *error
+// says when it is not), else 25.
+constexpr double kDefaultFrameRate = 25;
+double FallbackFrameRate(std::string* error);
+
+// Frame n (0-based) of a counter at rate frames per second: n × 1000 / rate
+// milliseconds, rounded to nearest, held to the 32-bit range.
+HostTime CountedTime(int64_t frame, double rate);
 
 }  // namespace tarvo::frei0r

@@ -50,10 +50,10 @@ if [[ $mode == ffmpeg ]]; then
     -vf "frei0r=filter_name=tarvo_ripple:filter_params=$params" -f rawvideo -pix_fmt rgba -y out.rgba 2>trace.txt \
     || { cat trace.txt >&2; fail "ffmpeg failed"; }
   unit=milliseconds
-  # A width that is not a multiple of 16 is named as ffmpeg's problem.
+  # A width that is not a multiple of 64 is named as ffmpeg's problem.
   ffmpeg -nostdin -hide_banner -loglevel error -f lavfi -i testsrc=size=328x48:rate=$FPS -frames:v 1 \
     -vf frei0r=tarvo_ripple -f null - 2>warn.txt || { cat warn.txt >&2; fail "ffmpeg failed at width 328"; }
-  grep -q "width 328 is not a multiple of 16" warn.txt || { cat warn.txt >&2; fail "no warning for width 328"; }
+  grep -q "width 328 is not a multiple of 64" warn.txt || { cat warn.txt >&2; fail "no warning for width 328"; }
   sent() { echo "$(( $1 * MS ))"; }
 else
   ffmpeg -nostdin -hide_banner -loglevel error -f rawvideo -pix_fmt rgba -s ${W}x${H} -r $FPS -i src.rgba \
@@ -115,4 +115,31 @@ elif [[ -n $cli ]]; then
   ffmpeg -nostdin -hide_banner -loglevel error -i cli_k.png -f rawvideo -pix_fmt rgba -y cli_k.rgba
   cmp -s cli_k.rgba <(frame out.rgba $k) || fail "frame $k from $mode differs from the command-line host's render"
   echo "$mode: frame $k byte-identical to the command-line host"
+fi
+
+# ffmpeg hands frames whose width is not a multiple of 64 over without their
+# timestamps: at 720 wide the filter counts frames at 25 a second, and with
+# the padding recipe (1000 wide padded to 1024) the timestamps arrive.
+if [[ $mode == ffmpeg && -n $cli && -x $cli ]]; then
+  for case in "720 720 " "1000 1024 pad=ceil(iw/64)*64:ih,"; do
+    read -r w pw pad <<<"$case"
+    ffmpeg -nostdin -hide_banner -loglevel error -f lavfi -i "testsrc=size=${w}x48:rate=$FPS" -frames:v 6 \
+      -vf "${pad}format=rgba" -f rawvideo -pix_fmt rgba -y in_$w.rgba
+    ffmpeg -nostdin -hide_banner -loglevel error -f lavfi -i "testsrc=size=${w}x48:rate=$FPS" -frames:v 6 \
+      -vf "${pad}format=rgba,frei0r=tarvo_ripple" -f rawvideo -pix_fmt rgba -y out_$w.rgba 2>warn_$w.txt ||
+      { cat warn_$w.txt >&2; fail "ffmpeg failed at width $w"; }
+    fb=$((pw * 48 * 4))
+    frame_of() { dd if="$1" bs=$fb skip="$2" count=1 status=none; }
+    cmp -s <(frame_of out_$w.rgba 0) <(frame_of out_$w.rgba 5) && fail "width $w: frames 0 and 5 are identical"
+    for k in 0 5; do
+      frame_of in_$w.rgba $k >k.rgba
+      ffmpeg -nostdin -hide_banner -loglevel error -f rawvideo -pix_fmt rgba -s ${pw}x48 -i k.rgba -y k.png
+      "$cli" k.png k_out.png --time $((k * MS)) --time-step 1 --time-scale 1000 || fail "the command-line host failed"
+      ffmpeg -nostdin -hide_banner -loglevel error -i k_out.png -f rawvideo -pix_fmt rgba -y k_out.rgba
+      cmp -s k_out.rgba <(frame_of out_$w.rgba $k) || fail "width $w: frame $k differs from --time $((k * MS))"
+    done
+    echo "$mode: width $w (handed over $pw wide) moves, frames 0 and 5 equal the command line at 0 and 200 ms"
+  done
+  grep -q "counting frames at 25 a second" warn_720.txt || fail "no warning about the missing times at 720"
+  ! grep -q "counting frames" warn_1000.txt || fail "padded to 1024, the times should arrive"
 fi
