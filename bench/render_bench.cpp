@@ -3,8 +3,13 @@
 // benchmark case. Counters: megapixels per second and the plug-in's peak
 // heap use during one render (the host's input and output images are not
 // the plug-in's and are not counted).
+//
+// --threads N[,M...] renders every case at each of these thread counts (the
+// module is asked for them, see thread_request.h); names then end in
+// /threads:N. Without it, one thread, as a host that does not ask.
 #include <benchmark/benchmark.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 
 #include <algorithm>
@@ -25,7 +30,11 @@ struct Session {
 
 Session* g_session = nullptr;
 
-void RenderBenchmark(benchmark::State& state, const BenchCase& c, FrameSize size) {
+void RenderBenchmark(benchmark::State& state, const BenchCase& c, FrameSize size, int threads) {
+  if (g_session->module->RequestThreads(threads) != threads) {
+    state.SkipWithError("the module does not render on that many threads");
+    return;
+  }
   host::Host& h = *g_session->host;
   host::ModuleAllocStats* stats = g_session->module->AllocStats();
   const host::Image input = TestPicture(size.width, size.height);
@@ -104,12 +113,35 @@ int main(int argc, char** argv) {
     return 1;
   }
   g_session = &session;
+  std::vector<int> threadCounts{1};
+  bool namedThreads = false;
+  for (int i = 1; i < argc; ++i) {
+    if (strncmp(argv[i], "--threads=", 10) != 0) continue;
+    threadCounts.clear();
+    for (const char* p = argv[i] + 10; *p;) {
+      char* end = nullptr;
+      const long n = strtol(p, &end, 10);
+      if (end == p || n < 1 || n > 64 || (*end != ',' && *end != '\0')) {
+        fprintf(stderr, "--threads wants counts from 1 to 64, e.g. --threads=1,2\n");
+        return 2;
+      }
+      threadCounts.push_back(static_cast<int>(n));
+      p = *end ? end + 1 : end;
+    }
+    namedThreads = true;
+    for (int k = i; k + 1 < argc; ++k) argv[k] = argv[k + 1];
+    --argc;
+    --i;
+  }
   for (const BenchCase& c : Cases()) {
     for (const FrameSize& size : FrameSizes()) {
-      benchmark::RegisterBenchmark(("render/" + c.name + "/" + size.Name()).c_str(),
-                                   [&c, size](benchmark::State& s) { RenderBenchmark(s, c, size); })
-          ->Unit(benchmark::kMillisecond)
-          ->UseRealTime();
+      for (const int threads : threadCounts) {
+        const std::string suffix = namedThreads ? "/threads:" + std::to_string(threads) : "";
+        benchmark::RegisterBenchmark(("render/" + c.name + "/" + size.Name() + suffix).c_str(),
+                                     [&c, size, threads](benchmark::State& s) { RenderBenchmark(s, c, size, threads); })
+            ->Unit(benchmark::kMillisecond)
+            ->UseRealTime();
+      }
     }
   }
   benchmark::Initialize(&argc, argv);

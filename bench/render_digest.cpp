@@ -5,7 +5,9 @@
 // parameter values in the host's units, its quality and time, and the
 // FNV-1a hash of the output pixels (plus the message, if any).
 //
-// Usage: tarvo_render_digest [--module PATH] [--count N]
+// Usage: tarvo_render_digest [--module PATH] [--count N] [--threads N]
+// (--threads: the render threads asked of the module, default 1; the
+// listing must not depend on it).
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -60,13 +62,16 @@ int main(int argc, char** argv) {
   using namespace tarvo::bench;
   std::string modulePath;
   int count = 3000;
+  int threads = 1;
   for (int i = 1; i < argc; ++i) {
     if (strcmp(argv[i], "--module") == 0 && i + 1 < argc) {
       modulePath = argv[++i];
     } else if (strcmp(argv[i], "--count") == 0 && i + 1 < argc) {
       count = atoi(argv[++i]);
+    } else if (strcmp(argv[i], "--threads") == 0 && i + 1 < argc) {
+      threads = atoi(argv[++i]);
     } else {
-      fprintf(stderr, "usage: tarvo_render_digest [--module PATH] [--count N]\n");
+      fprintf(stderr, "usage: tarvo_render_digest [--module PATH] [--count N] [--threads N]\n");
       return 2;
     }
   }
@@ -76,6 +81,7 @@ int main(int argc, char** argv) {
     fprintf(stderr, "cannot load the module: %s\n", error.c_str());
     return 1;
   }
+  module->RequestThreads(threads);
   host::Host h(module->Entry());
   if (h.GlobalSetup() != PF_Err_NONE || h.ParamsSetup() != PF_Err_NONE) {
     fprintf(stderr, "the module's set-up failed\n");

@@ -6,7 +6,9 @@
 #include "call_context.h"
 #include "host_api.h"
 #include "plugin_alloc.h"
+#include "render_bands.h"
 #include "ripple_effect.h"
+#include "thread_request.h"
 
 namespace tarvo {
 
@@ -44,8 +46,16 @@ extern "C" PF_Err PF_CDECL PluginMain(PF_Cmd cmd, PF_InData* inData, PF_OutData*
                                       PF_LayerDef* output, void* extra) {
   tarvo::StoreHostCall(cmd, inData, outData, params, output, extra);
   tarvo::RunEffectCommand();
+  // The render threads a host asked for live until the effect's global
+  // set-down (or until the module is unloaded).
+  if (cmd == PF_Cmd_GLOBAL_SETDOWN) tarvo::StopRenderThreads();
   return PF_Err_NONE;
 }
+
+#if !defined(_WIN32)
+// Our own hosts' request for render threads (thread_request.h).
+extern "C" TARVO_EXPORT int32_t TarvoRenderThreads(int32_t requested) { return tarvo::SetRenderThreads(requested); }
+#endif
 
 #if defined(TARVO_TEST_INTERFACE)
 // Lets a test host watch and fail the plug-in's allocations.

@@ -5,6 +5,10 @@
 #include <stddef.h>
 #include <stdlib.h>
 
+#if !defined(_WIN32)
+#include <mutex>
+#endif
+
 namespace tarvo {
 
 namespace {
@@ -16,11 +20,20 @@ struct alignas(max_align_t) BlockHeader {
 
 AllocStats g_allocStats;
 
+#if !defined(_WIN32)
+// A render's bands may allocate on several threads (see render_bands.h).
+std::mutex g_allocMutex;
+#define TARVO_ALLOC_LOCK std::lock_guard<std::mutex> lock(g_allocMutex)
+#else
+#define TARVO_ALLOC_LOCK
+#endif
+
 }  // namespace
 
 AllocStats* PluginAllocStats() { return &g_allocStats; }
 
 void* PluginAlloc(size_t bytes) {
+  TARVO_ALLOC_LOCK;
   AllocStats& s = g_allocStats;
   ++s.allocCount;
   if (s.failAt > 0 && --s.failAt == 0) return nullptr;
@@ -37,6 +50,7 @@ void* PluginAlloc(size_t bytes) {
 void PluginFree(void* block) {
   if (!block) return;
   BlockHeader* header = static_cast<BlockHeader*>(block) - 1;
+  TARVO_ALLOC_LOCK;
   --g_allocStats.liveBlocks;
   g_allocStats.liveBytes -= static_cast<int64_t>(header->bytes);
   free(header);

@@ -11,11 +11,13 @@ extern "C" {
 #include <string.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <memory>
 #include <mutex>
 #include <new>
 #include <set>
 #include <string>
+#include <thread>
 
 #if !defined(_WIN32)
 #include <dlfcn.h>
@@ -77,6 +79,25 @@ std::string ModulePath() {
   return installed.empty() ? built : installed;
 }
 
+// Every core, or at most TARVO_RIPPLE_THREADS (a whole number from 1) when
+// it is set: a host that runs several filters at once can keep this one to
+// its share.
+int32_t RenderThreadCount() {
+  const unsigned cores = std::thread::hardware_concurrency();
+  int32_t threads = cores < 1 ? 1 : static_cast<int32_t>(std::min<unsigned>(cores, tarvo::kMaxRenderThreads));
+  if (const char* env = getenv("TARVO_RIPPLE_THREADS"); env && *env) {
+    char* end = nullptr;
+    const long cap = strtol(env, &end, 10);
+    if (*end != '\0' || cap < 1) {
+      Say(std::string("TARVO_RIPPLE_THREADS=\"") + env + "\" is not a whole number from 1; using " +
+          std::to_string(threads) + " threads");
+    } else if (cap < threads) {
+      threads = static_cast<int32_t>(cap);
+    }
+  }
+  return threads;
+}
+
 // Caller holds g_lock.
 bool EnsureModuleLoaded(bool trace) {
   if (g_module) return true;
@@ -87,7 +108,8 @@ bool EnsureModuleLoaded(bool trace) {
     Say(error + " (set TARVO_RIPPLE_MODULE to the plug-in module's path)");
     return false;
   }
-  if (trace) Say("plug-in module " + path);
+  const int32_t threads = g_module->RequestThreads(RenderThreadCount());
+  if (trace) Say("plug-in module " + path + ", " + std::to_string(threads) + " render threads");
   return true;
 }
 

@@ -71,9 +71,12 @@ std::unique_ptr<Module> Module::Load(const std::string& path, std::string* error
   }
   if (auto fn = reinterpret_cast<AllocStatsFn>(dlsym(h, "TarvoAllocStats")))
     m->stats_ = reinterpret_cast<ModuleAllocStats*>(fn());
+  m->threadRequest_ = reinterpret_cast<tarvo::ThreadRequestFn>(dlsym(h, tarvo::kThreadRequestSymbol));
 #endif
   return m;
 }
+
+int32_t Module::RequestThreads(int32_t threads) { return threadRequest_ ? threadRequest_(threads) : 1; }
 
 std::unique_ptr<Module> Module::LoadBuilt(std::string* error) { return Load(BuiltModulePath(), error); }
 

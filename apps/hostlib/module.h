@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "host_api.h"
+#include "thread_request.h"
 
 namespace tarvo::host {
 
@@ -38,6 +39,10 @@ class Module {
   const std::vector<uint8_t>& PropertyList() const { return pipl_; }
   // Null when the module was built without its test interface.
   ModuleAllocStats* AllocStats() const { return stats_; }
+  // Asks the module to render on up to threads threads (thread_request.h);
+  // returns the count in effect: 1 from a module that cannot be asked.
+  // Call it between host calls.
+  int32_t RequestThreads(int32_t threads);
 
  private:
   Module() = default;
@@ -45,6 +50,7 @@ class Module {
   PF_EntryFunc entry_ = nullptr;
   std::vector<uint8_t> pipl_;
   ModuleAllocStats* stats_ = nullptr;
+  tarvo::ThreadRequestFn threadRequest_ = nullptr;
 };
 
 }  // namespace tarvo::host

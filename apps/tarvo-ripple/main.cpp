@@ -168,7 +168,8 @@ int Run(int argc, char** argv) {
   app.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
 
   std::string input, output, demo, size, frames, quality = "high", timeText, timeStepText = "1",
-                                                 timeScaleText = "30", jobsText, pngText, failAlloc, moduleIgnored;
+                                                 timeScaleText = "30", jobsText, threadsText, pngText, failAlloc,
+                                                 moduleIgnored;
   bool listParams = false, json = false, quiet = false, overwriteInput = false, stats = false;
   app.add_option("INPUT", input, "image to render (PNG, JPEG, TIFF, OpenEXR, ...)")->type_name("");
   app.add_option("OUTPUT", output, "image to write; the format follows its extension")->type_name("");
@@ -182,6 +183,8 @@ int Run(int argc, char** argv) {
   app.add_option("--time-step", timeStepText, "time_step (default 1)")->type_name("N");
   app.add_option("--time-scale", timeScaleText, "time_scale, units per second (default 30)")->type_name("N");
   app.add_option("--jobs", jobsText, "worker processes for a sequence (default: one per core)")->type_name("N");
+  app.add_option("--threads", threadsText, "render threads in each (default: the cores left to each job)")
+      ->type_name("N");
   app.add_option("--png-compression", pngText, "zlib level of PNG output, 0 to 9 (default 1: fast; 9: smallest files)")
       ->type_name("N");
   app.add_flag("--quiet", quiet, "no progress bar");
@@ -261,9 +264,8 @@ int Run(int argc, char** argv) {
       job.failAllocationAt = ParseWhole<int64_t>("--fail-allocation", failAlloc, 1, INT64_MAX);
       if (!session->Module().AllocStats()) throw UsageError{"--fail-allocation needs a module with its test interface"};
     }
-    const unsigned cores = std::thread::hardware_concurrency();
-    job.jobs = jobsText.empty() ? static_cast<int>(cores ? std::min(cores, unsigned{kMaxJobs}) : 1)
-                                : ParseWhole<int>("--jobs", jobsText, 1, kMaxJobs);
+    job.jobs = jobsText.empty() ? 0 : ParseWhole<int>("--jobs", jobsText, 1, kMaxJobs);
+    job.threads = threadsText.empty() ? 0 : ParseWhole<int>("--threads", threadsText, 1, kMaxRenderThreads);
     if (!pngText.empty()) SetPngCompression(ParseWhole<int>("--png-compression", pngText, 0, 9));
     job.progress = !quiet && isatty(STDERR_FILENO);
     job.stats = stats;
@@ -298,6 +300,8 @@ int Run(int argc, char** argv) {
       if (SameFile(FramePath(job.input, n), FramePath(job.output, n)))
         throw UsageError{"OUTPUT " + FramePath(job.output, n) + " is the INPUT file; give --overwrite-input to replace it"};
     }
+    if (std::string bad = ShareCores(job, std::thread::hardware_concurrency(), kMaxJobs); !bad.empty())
+      throw UsageError{bad};
 
     for (size_t i = 0; i < paramText.size(); ++i) {
       if (app.count("--" + session->Options()[i].name))

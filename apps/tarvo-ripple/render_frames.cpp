@@ -3,6 +3,7 @@
 #include <stdio.h>
 #include <string.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <memory>
@@ -205,6 +206,7 @@ int RunWorkers(const RenderJob& job, int jobs, SharedState* shared, TempFileSlot
       } else if (!session->Apply(job.values, &error)) {
         Fail(shared, kExitError, error);
       } else {
+        session->Module().RequestThreads(job.threads);
         RenderFrames(job, *session, shared, times, [] {});
       }
       session.reset();
@@ -241,6 +243,18 @@ int RunWorkers(const RenderJob& job, int jobs, SharedState* shared, TempFileSlot
 #endif
 
 }  // namespace
+
+std::string ShareCores(RenderJob& job, unsigned cores, int maxJobs) {
+  const int64_t count = job.sequence ? int64_t{job.last} - job.first + 1 : 1;
+  const int all = cores < 1 ? 1 : static_cast<int>(std::min(cores, 1024u));
+  if (job.jobs > 0 && job.threads > 0 && std::min<int64_t>(job.jobs, count) * job.threads > all) {
+    return "--jobs " + std::to_string(job.jobs) + " with --threads " + std::to_string(job.threads) + " needs " +
+           std::to_string(std::min<int64_t>(job.jobs, count) * job.threads) + " cores, more than this machine has";
+  }
+  if (job.jobs == 0) job.jobs = std::min(job.threads > 0 ? std::max(1, all / job.threads) : all, maxJobs);
+  if (job.threads == 0) job.threads = std::max<int>(1, all / static_cast<int>(std::min<int64_t>(job.jobs, count)));
+  return "";
+}
 
 int RunRenderJob(const RenderJob& job, EffectSession& session) {
   const int64_t count = job.sequence ? int64_t{job.last} - job.first + 1 : 1;
@@ -287,6 +301,7 @@ int RunRenderJob(const RenderJob& job, EffectSession& session) {
       localTimes.resize(static_cast<size_t>(count));
       times = localTimes.data();
     }
+    session.Module().RequestThreads(job.threads);
     RenderFrames(job, session, shared, times, [&] { bar.Update(shared->done.load()); });
     code = shared->failed.load() ? shared->exitCode : kExitOk;
   }

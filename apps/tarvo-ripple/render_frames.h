@@ -31,10 +31,18 @@ struct RenderJob {
 
   bool sequence = false;  // frames first..last, frame n at time n × timeStep
   int32_t first = 0, last = 0;
-  int jobs = 1;
+  int jobs = 1;     // worker processes (0: not given)
+  int threads = 1;  // render threads in each (0: not given)
   bool progress = false;
   bool stats = false;  // print the time of each frame's steps on stdout
 };
+
+// Shares cores between --jobs and --threads, so that jobs × threads stays
+// within the cores: a single image (or a sequence at --jobs 1) renders on
+// every core; a sequence runs one process per core, each on one thread,
+// unless --threads says otherwise, and then as many processes as fit. Both
+// given and together beyond the cores is refused: returns the error.
+std::string ShareCores(RenderJob& job, unsigned cores, int maxJobs);
 
 // Renders every frame of job. session is the caller's (already set up with
 // job.values); worker processes open their own. On failure prints one line

@@ -215,6 +215,25 @@ TEST(CliSequence, RingsTravelAndEachFrameRendersAtItsOwnTime) {
   EXPECT_EQ(ReadFile(dir + "/t10.png"), ReadFile(dir + "/f1_005.png"));
 }
 
+// Every thread count writes the bytes of one thread, in each field branch.
+TEST(CliThreads, SameFileAtEveryThreadCount) {
+  const std::string dir = TestDir();
+  const std::vector<std::vector<std::string>> settings = {
+      {}, {"--stretch", "50", "--stretch-angle", "30", "--twirl", "hyper-twirl", "--angular-wave-height", "5"},
+      {"--stretch", "-40", "--stretch-angle", "90", "--antialias", "med", "--pin-mode", "pin-center"}};
+  for (size_t k = 0; k < settings.size(); ++k) {
+    std::string first;
+    for (const char* threads : {"1", "2", "3", "7"}) {
+      std::vector<std::string> args = {"--demo", "t.png", "--size", "203x151", "--threads", threads};
+      args.insert(args.end(), settings[k].begin(), settings[k].end());
+      ASSERT_EQ(RunCli(args, dir).exitCode, 0) << k << " " << threads;
+      const std::string bytes = ReadFile(dir + "/t.png");
+      if (first.empty()) first = bytes;
+      EXPECT_EQ(bytes, first) << "settings " << k << ", " << threads << " threads";
+    }
+  }
+}
+
 TEST(CliSequence, InputFramesMapToOutputFrames) {
   const std::string dir = TestDir();
   ASSERT_TRUE(WritePicture(dir + "/in_1.png", MakePicture(40, 30, 4)));
