@@ -347,14 +347,18 @@ void TableRect(const T* table, size_t stride, int32_t rowA, int32_t rowB, int32_
 
 AreaSampleCache::~AreaSampleCache() { PluginFree(table_); }
 
+// Rows of a render may be sampled on several threads at once: the call
+// whose boxes take the debt past the frame's size builds the tables, and
+// the others sum directly until they are there.
 bool AreaSampleCache::Covers(const PixelImage& image, int64_t cells) {
   if (&image != image_ || cells < kTableMinCells) return false;
-  if (table_ != nullptr) return true;
-  if (failed_) return false;
+  if (ready_.load(std::memory_order_acquire)) return true;
+  if (failed_.load(std::memory_order_relaxed)) return false;
   // Building costs about one pass over the frame: worth it once the large
   // boxes summed directly have cost that much.
-  debt_ += cells;
-  if (debt_ < static_cast<int64_t>(image.Width()) * image.Height()) return false;
+  const int64_t frame = static_cast<int64_t>(image.Width()) * image.Height();
+  const int64_t before = debt_.fetch_add(cells, std::memory_order_relaxed);
+  if (before + cells < frame || (before >= frame && before > 0)) return false;
   return Build();
 }
 
@@ -365,7 +369,7 @@ bool AreaSampleCache::Build() {
   table_ = wide_ ? static_cast<void*>(PluginAllocArray<uint64_t>(entries))
                  : static_cast<void*>(PluginAllocArray<uint32_t>(entries));
   if (table_ == nullptr) {
-    failed_ = true;
+    failed_.store(true, std::memory_order_relaxed);
     return false;
   }
   if (wide_) {
@@ -373,6 +377,7 @@ bool AreaSampleCache::Build() {
   } else {
     FillTable(*image_, static_cast<uint32_t*>(table_));
   }
+  ready_.store(true, std::memory_order_release);
   return true;
 }
 

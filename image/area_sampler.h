@@ -9,6 +9,8 @@
 
 #include <stdint.h>
 
+#include <atomic>
+
 #include "pf_pixel.h"
 #include "pixel_image.h"
 
@@ -65,7 +67,7 @@ class AreaSampleCache {
   AreaSampleCache(const AreaSampleCache&) = delete;
   AreaSampleCache& operator=(const AreaSampleCache&) = delete;
 
-  bool HasTables() const { return table_ != nullptr; }
+  bool HasTables() const { return ready_.load(std::memory_order_acquire); }
   // Tests: 64-bit entries whatever the frame's size.
   void ForceWideEntries() { forceWide_ = true; }
 
@@ -82,10 +84,11 @@ class AreaSampleCache {
 
   const PixelImage* image_;
   void* table_ = nullptr;  // (height + 1) × (width + 1) entries of 4 channels
-  int64_t debt_ = 0;       // pixels of large boxes summed directly so far
+  std::atomic<bool> ready_{false};  // table_ is filled (set once, after the fill)
+  std::atomic<int64_t> debt_{0};    // pixels of large boxes summed directly so far
   bool wide_ = false;      // 64-bit entries, else 32-bit
   bool forceWide_ = false;
-  bool failed_ = false;    // no memory: never tried again
+  std::atomic<bool> failed_{false};  // no memory: never tried again
 };
 
 // count adjacent pixels of one output row, each exactly AreaSampleQuad of

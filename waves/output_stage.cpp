@@ -24,6 +24,7 @@
 #include "fixed_point.h"
 #include "pin_avx2.h"
 #include "plugin_alloc.h"
+#include "render_bands.h"
 
 namespace tarvo {
 
@@ -578,15 +579,10 @@ void ResampleOutput(SourceMap& map, PixelImage& destination) {
   const int32_t copyWidth = std::min(srcWidth, dstWidth);
   if (rowCount <= 0) return;
 
-  RowCursor dstRow = destination.RowAt(0);
-  RowCursor srcRow = src->RowAt(0);
-  AreaSampleCache areaCache(*src);  // tables for very large boxes, freed on every return
-  for (int32_t y = 0; y < rowCount; ++y, dstRow.Next(), srcRow.Next()) {
-    if (CheckAbort()) {
-      map.aborted = 1;
-      destination.FillAll(0);  // transparent black
-      return;
-    }
+  AreaSampleCache areaCache(*src);  // tables for very large boxes, shared by the bands, freed on every return
+  auto row = [&](int32_t y) {
+    const RowCursor srcRow = src->RowAt(static_cast<int16_t>(y));
+    const RowCursor dstRow = destination.RowAt(static_cast<int16_t>(y));
     int32_t spanFirst = 0, spanLast = -1;
     if (map.rowWritten[y] && map.rowWritten[y + 1]) {
       spanFirst = std::max({map.rowFirst[y], map.rowFirst[y + 1], 0});
@@ -594,7 +590,7 @@ void ResampleOutput(SourceMap& map, PixelImage& destination) {
     }
     if (spanLast < spanFirst) {
       srcRow.CopyRowTo(dstRow);
-      continue;
+      return;
     }
 
     const PF_Pixel* in = srcRow.Pixels();
@@ -617,6 +613,16 @@ void ResampleOutput(SourceMap& map, PixelImage& destination) {
     } else {
       for (int32_t x = spanFirst; x < sampleEnd; ++x) SampleMapPoint(setup, upper[x], out[x]);
     }
+  };
+  // Each row writes only its own destination row. The host is asked before
+  // each band (one row a band on one thread); once it asks to stop, the
+  // destination becomes transparent black.
+  auto rows = [&](int32_t begin, int32_t end) {
+    for (int32_t y = begin; y < end; ++y) row(y);
+  };
+  if (!RunRowBands(rowCount, rows)) {
+    map.aborted = 1;
+    destination.FillAll(0);  // transparent black
   }
 }
 

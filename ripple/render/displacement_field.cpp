@@ -9,6 +9,7 @@
 #include "field_kernel.h"
 #include "field_simd.h"
 #include "fixed_point.h"
+#include "render_bands.h"
 #include "ripple_renderer.h"
 #include "table_reads.h"
 #include "wave_table.h"
@@ -335,17 +336,18 @@ void RippleRenderer::ComputeField() {
   // precision.
   fieldSimd = TablesFitSingle(*wave) ? ActiveSimd() : SimdLevel::kScalar;
 #endif
-  for (int32_t j = 0; j < quadRows; ++j) {
-    if (CheckAbort()) {
-      aborted = true;
-      return;
+  // The host is asked before each band (one row a band on one thread).
+  // Rows write only their own entries; the tables are read-only by now.
+  auto rows = [&](int32_t begin, int32_t end) {
+    for (int32_t j = begin; j < end; ++j) {
+      if (branch == FieldBranch::kRotated) {
+        ComputeRotatedRow(j);
+      } else {
+        ComputeSymmetricRow(j, branch);
+      }
     }
-    if (branch == FieldBranch::kRotated) {
-      ComputeRotatedRow(j);
-    } else {
-      ComputeSymmetricRow(j, branch);
-    }
-  }
+  };
+  aborted = !RunRowBands(quadRows, rows);
 }
 
 void RippleRenderer::ComputeSymmetricRow(int32_t j, FieldBranch branch) {

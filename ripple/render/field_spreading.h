@@ -127,15 +127,16 @@ inline bool SpreadWide() {
   return false;
 }
 
+// Quadrant rows jBegin .. jEnd − 1; different rows write different map rows.
 template <class Sink>
-void SpreadSymmetric(const RippleRenderer& rr, Sink& sink) {
+void SpreadSymmetric(const RippleRenderer& rr, Sink& sink, int32_t jBegin, int32_t jEnd) {
   [[maybe_unused]] const bool wide = SpreadWide<Sink>();
   const QuadrantField& q = *rr.quadrant;
   const int32_t* sine = g_sineTable.entries;
   const int32_t cc = rr.centreCol;
   const int32_t w = rr.width;
   const double cy = rr.centreY, cx = rr.centreX;
-  for (int32_t j = 0; j < rr.quadRows; ++j) {
+  for (int32_t j = jBegin; j < jEnd; ++j) {
     const bool up = rr.UpperRowInside(j), lo = rr.LowerRowInside(j);
     if (!up && !lo) continue;
     const int32_t upRow = rr.centreRow - j, loRow = rr.centreRow + 1 + j;
@@ -197,7 +198,7 @@ void SpreadSymmetric(const RippleRenderer& rr, Sink& sink) {
 // lower half samples one column to the right. That is the effect's defined
 // output, kept so that renders match it pixel for pixel.
 template <class Sink>
-void SpreadRotated(const RippleRenderer& rr, Sink& sink) {
+void SpreadRotated(const RippleRenderer& rr, Sink& sink, int32_t jBegin, int32_t jEnd) {
   [[maybe_unused]] const bool wide = SpreadWide<Sink>();
   const QuadrantField& q = *rr.quadrant;
   const EllipseSpans& spans = *rr.spans;
@@ -205,7 +206,7 @@ void SpreadRotated(const RippleRenderer& rr, Sink& sink) {
   const int32_t w = rr.width;
   const int32_t ls = rr.leftShift, rs = rr.rightShift;
   const double cy = rr.centreY, cx = rr.centreX;
-  for (int32_t j = 0; j < rr.quadRows; ++j) {
+  for (int32_t j = jBegin; j < jEnd; ++j) {
     if (!spans.hasSpan[j]) continue;
     const int32_t fc = spans.firstCol[j], lc = spans.lastCol[j];
     const int32_t upRow = rr.centreRow - j, loRow = rr.centreRow + 1 + j;
@@ -262,12 +263,17 @@ void SpreadRotated(const RippleRenderer& rr, Sink& sink) {
 }
 
 template <class Sink>
-void SpreadFieldTo(const RippleRenderer& rr, Sink& sink) {
+void SpreadFieldTo(const RippleRenderer& rr, Sink& sink, int32_t jBegin, int32_t jEnd) {
   if (rr.symmetric) {
-    SpreadSymmetric(rr, sink);
+    SpreadSymmetric(rr, sink, jBegin, jEnd);
   } else {
-    SpreadRotated(rr, sink);
+    SpreadRotated(rr, sink, jBegin, jEnd);
   }
+}
+
+template <class Sink>
+void SpreadFieldTo(const RippleRenderer& rr, Sink& sink) {
+  SpreadFieldTo(rr, sink, 0, rr.quadRows);
 }
 
 // The production sink: writes straight into the source map and, given a

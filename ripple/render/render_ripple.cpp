@@ -4,6 +4,7 @@
 #include "chaos.h"
 #include "geometry.h"
 #include "output_stage.h"
+#include "render_bands.h"
 #include "ripple_renderer.h"
 #include "source_map.h"
 #include "wave_table.h"
@@ -93,10 +94,11 @@ void RenderRipple(const PixelImage& source, PixelImage& destination, const Rippl
   if (!renderer.ready) {
     ReportOutOfMemory();
   } else if (!renderer.aborted) {
-    // Rows are pinned while still in cache; the host is then asked about
-    // stopping once per map row, as the pinning pass would.
+    // Rows are pinned while still in cache; on one thread the host is then
+    // asked about stopping once per map row, as the pinning pass would (on
+    // several, the spreading asks before each band).
     renderer.SpreadField(pinMode != 0 ? &pins : nullptr);
-    if (pinMode != 0) CheckPinStops(*renderer.sourceMap);
+    if (pinMode != 0 && RenderThreads() <= 1) CheckPinStops(*renderer.sourceMap);
     ResampleOutput(*renderer.sourceMap, destination);
   }
   // The profiles and the renderer's buffers are released as they leave scope.

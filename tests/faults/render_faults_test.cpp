@@ -117,7 +117,8 @@ TEST_P(RenderFaults, AStopAtEachProgressCallInTurnLeavesTransparentBlackAndNoMes
   const int start = host->Counts().progress;
   const Image clean = RenderNow();
   const int calls = host->Counts().progress - start;
-  ASSERT_GT(calls, kH);
+  // One question a row on one thread, one a band on several.
+  ASSERT_GT(calls, Threads() > 1 ? 8 : kH);
   printf("[ faults   ] %s: %d stop points\n", GetParam().name, calls);
 
   for (int s = 1; s <= calls; ++s) {

@@ -46,6 +46,7 @@
 #include <string>
 
 #include "test_host.h"
+#include "test_threads.h"
 
 namespace {
 
@@ -54,6 +55,7 @@ using tarvo::host::TestHost;
 using tarvo::host::Image;
 using tarvo::host::Module;
 using tarvo::host::ModuleAllocStats;
+using tarvo::host::RequestTestThreads;
 
 constexpr int kMaxCommands = 30;
 constexpr int kOpCount = 16;
@@ -277,6 +279,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
     fprintf(stderr, "ripple_fuzzer: the module was built without its test interface\n");
     abort();
   }
+  RequestTestThreads(*m);
   g_module = m.release();
   return 0;
 }

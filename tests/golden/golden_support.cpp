@@ -1,5 +1,7 @@
 #include "golden_support.h"
 
+#include "test_threads.h"
+
 #include <OpenImageIO/imagebuf.h>
 
 #include <algorithm>
@@ -157,7 +159,11 @@ host::Image TestPattern(int32_t width, int32_t height) {
 
 bool Render(const Case& c, const host::Image& input, host::Image* out, std::string* error) {
   static std::string setupError;
-  static const std::unique_ptr<host::Module> module = host::Module::LoadBuilt(&setupError);
+  static const std::unique_ptr<host::Module> module = [] {
+    std::unique_ptr<host::Module> m = host::Module::LoadBuilt(&setupError);
+    if (m) host::RequestTestThreads(*m);
+    return m;
+  }();
   static const std::unique_ptr<host::Host> shared = module ? std::make_unique<host::Host>(module->Entry()) : nullptr;
   static const bool ready = shared && shared->GlobalSetup() == PF_Err_NONE && shared->ParamsSetup() == PF_Err_NONE;
   if (!ready) {

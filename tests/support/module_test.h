@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "test_host.h"
+#include "test_threads.h"
 
 namespace tarvo::host {
 
@@ -71,6 +72,7 @@ class PluginTest : public ::testing::Test {
     std::string error;
     module_ = Module::LoadBuilt(&error).release();
     if (!module_) loadError_ = error;
+    if (module_) threads_ = RequestTestThreads(*module_);
   }
   static void TearDownTestSuite() {
     delete module_;
@@ -109,6 +111,8 @@ class PluginTest : public ::testing::Test {
     return err;
   }
   const Module& module() const { return *module_; }
+  // Render threads the module was asked for (TARVO_TEST_THREADS).
+  static int32_t Threads() { return threads_; }
 
   ModuleAllocStats* stats = nullptr;
   std::unique_ptr<TestHost> host;
@@ -116,6 +120,7 @@ class PluginTest : public ::testing::Test {
  private:
   static inline Module* module_ = nullptr;
   static inline std::string loadError_;
+  static inline int32_t threads_ = 1;
 };
 
 }  // namespace tarvo::host
