@@ -120,6 +120,8 @@ TEST(CliRender, ValuesTruncateTowardZeroAndTheDeclaredDefaultIsAlwaysAccepted) {
   InProcess p;
   p.Host().Param(p.Index("Radius")).u.fd.value = 1638399;
   EXPECT_TRUE(SamePixels(Output(dir + "/a.png"), p.Render(ToArgb(picture))));
+  for (const char* v : {"0", "100"})  // both ends of the declared range
+    EXPECT_EQ(RunCli({"in.png", "e.png", "--radius", v}, dir).exitCode, 0) << v;
 }
 
 TEST(CliRender, GrayAndColourInputsGetOpaqueAlphaAndKeepTheirSize) {
