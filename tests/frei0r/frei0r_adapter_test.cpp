@@ -137,9 +137,9 @@ TEST_F(Frei0rTest, InstancesRenderAsThePluginWithTheirOwnParameters) {
                       {kPinMode, 0.5}, {kAntialias, 0.5}});
   // b: the ends of the ranges, chaos, phase and draft: Radius 30, Wave
   // Height 25, Angular 10, entry 24, Pin Vertical (menu value 11), Low,
-  // Chaos Blend 50, Chaos 75, Phase 90°.
+  // Chaos Blend 50, Chaos 75, Phase 90°, Draft 0.5 (already true).
   Instance b(77, 51, {{kRadius, 0.3}, {kWaveHeight, 1.0}, {kAngularHeight, 0.4}, {kWaveForm, 1.0}, {kPinMode, 1.0},
-                      {kAntialias, 1.0}, {kChaosBlend, 0.5}, {kChaos, 0.5}, {kPhase, 0.25}, {kDraft, 1.0}});
+                      {kAntialias, 1.0}, {kChaosBlend, 0.5}, {kChaos, 0.5}, {kPhase, 0.25}, {kDraft, 0.5}});
   Instance defaults(77, 51);
   ASSERT_TRUE(a.ok() && b.ok() && defaults.ok());
   const Frame inA = RandomFrame(96, 64, 11), inB = RandomFrame(77, 51, 12);
