@@ -3,6 +3,7 @@
 #include <math.h>
 
 #include <algorithm>
+#include <cmath>
 
 namespace tarvo::frei0r {
 namespace {

@@ -94,6 +94,8 @@ function Render() {
     if (reply.error) return ShowError(reply.error);
     ShowError('');
     state.outputBytes = new Uint8Array(reply.rgba);
+    state.filter = reply.filter;
+    ShowFilterStrings();
     state.output = new ImageData(new Uint8ClampedArray(reply.rgba), reply.width, reply.height);
     state.renders++;
     $('status').textContent = `${reply.width}×${reply.height} rendered in ${reply.ms.toFixed(1)} ms`;
@@ -286,7 +288,22 @@ function ShowStrings() {
   ShowFilterStrings();
 }
 
-function ShowFilterStrings() {}
+// The frei0r filter's values for the last render, from the worker's host:
+// ffmpeg takes them in order up to the last changed one, melt by name.
+function ShowFilterStrings() {
+  const values = state.filter;
+  if (!values) return;
+  let last = -1;
+  values.forEach((v, i) => { if (v.changed) last = i; });
+  const list = values.slice(0, last + 1).map((v) => (v.name === 'Draft' ? (v.value === '1' ? 'y' : 'n') : v.value));
+  const filter = 'frei0r=filter_name=tarvo_ripple' + (list.length ? ':filter_params=' + list.join('|') : '');
+  $('ffmpeg').textContent = `ffmpeg -i input.mp4 -vf ${Quote(filter)} output.mp4`;
+  const named = values.filter((v) => v.changed).map((v) => Quote(`${v.name}=${v.value}`));
+  $('melt').textContent = ['melt input.mp4 -filter frei0r.tarvo_ripple', ...named, '-consumer avformat:output.mp4'].join(' ');
+  const near = values.filter((v) => !v.exact).map((v) => v.name);
+  $('filter-note').textContent = (near.length ? `The filter cannot hold ${near.join(', ')} exactly; the nearest value is shown. ` : '') +
+    'In the filter, time runs with the video.';
+}
 
 // ---- time
 

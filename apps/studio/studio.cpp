@@ -1,6 +1,8 @@
 #include "studio.h"
 
 #include <stdint.h>
+#include <stdio.h>
+#include <stdlib.h>
 #include <string.h>
 
 #include <charconv>
@@ -11,6 +13,7 @@
 #include "demo_image.h"
 #include "host.h"
 #include "image_io.h"
+#include "param_map.h"
 #include "param_options.h"
 
 #if defined(__EMSCRIPTEN__)
@@ -93,6 +96,73 @@ const char* UseInput(host::Image image) {
   g_studio->input = std::move(image);
   ToRgba(g_studio->input, &g_studio->inputRgba);
   return Hand("");
+}
+
+// The frei0r value of parameter info for the host's current settings: the
+// shortest text that the filter maps back onto exactly these host values
+// (exact = false when none does, e.g. an angle outside 0 to 360 degrees).
+struct FilterValue {
+  std::string text;
+  bool exact = false;
+};
+
+FilterValue FilterValueOf(const frei0r::ParamInfo& info, host::Host& h, int32_t width, int32_t height) {
+  using frei0r::Kind;
+  if (info.kind == Kind::Draft) return {h.InData().quality == PF_Quality_LO ? "1" : "0", true};
+  PF_ParamDef& p = h.Param(info.pluginIndex);
+  const PF_ParamDef kept = p;
+  double v = 0.0;
+  switch (info.kind) {
+    case Kind::Slider:
+      v = (p.u.fd.value - static_cast<double>(p.u.fd.valid_min)) / (p.u.fd.valid_max - static_cast<double>(p.u.fd.valid_min));
+      break;
+    case Kind::Angle: v = p.u.ad.value / 65536.0 / 360.0; break;
+    case Kind::Popup:
+      for (int k = 0; k < info.numEntries; ++k)
+        if (info.entries[k] == p.u.pd.value) v = (k + 0.5) / info.numEntries;
+      break;
+    case Kind::CenterX: v = p.u.td.x_value / 65536.0 / width; break;
+    case Kind::CenterY: v = p.u.td.y_value / 65536.0 / height; break;
+    case Kind::Draft: break;
+  }
+  FilterValue out;  // four digits when no text is exact
+  for (int digits = 4; digits <= 17; ++digits) {
+    char text[40];
+    snprintf(text, sizeof text, "%.*g", digits, v);
+    if (digits == 4) out.text = text;
+    double back = strtod(text, nullptr);
+    bool same = false;
+    if (frei0r::ClampUnit(&back, 0.0)) {
+      if (info.kind == Kind::CenterX || info.kind == Kind::CenterY) {
+        const double x = info.kind == Kind::CenterX ? back : kept.u.td.x_value / 65536.0 / width;
+        const double y = info.kind == Kind::CenterY ? back : kept.u.td.y_value / 65536.0 / height;
+        frei0r::ApplyCenter(x, y, width, height, h);
+        same = p.u.td.x_value == kept.u.td.x_value && p.u.td.y_value == kept.u.td.y_value;
+      } else {
+        frei0r::ApplyValue(info, back, h);
+        same = memcmp(&p.u, &kept.u, sizeof p.u) == 0;
+      }
+    }
+    p = kept;
+    if (same) return {text, true};
+  }
+  return out;
+}
+
+// True when the host holds the declared default of info's parameter.
+bool AtDefault(const frei0r::ParamInfo& info, host::Host& h, int32_t width, int32_t height) {
+  using frei0r::Kind;
+  if (info.kind == Kind::Draft) return h.InData().quality != PF_Quality_LO;
+  const PF_ParamDef& p = h.Param(info.pluginIndex);
+  switch (info.kind) {
+    case Kind::Slider: return p.u.fd.value == p.u.fd.dephault;
+    case Kind::Angle: return p.u.ad.value == p.u.ad.dephault;
+    case Kind::Popup: return p.u.pd.value == p.u.pd.dephault;
+    case Kind::CenterX: return p.u.td.x_value == host::Host::PointDefaultPixels(p.u.td.x_dephault, width);
+    case Kind::CenterY: return p.u.td.y_value == host::Host::PointDefaultPixels(p.u.td.y_dephault, height);
+    case Kind::Draft: break;
+  }
+  return true;
 }
 
 }  // namespace
@@ -199,3 +269,23 @@ STUDIO_API uint8_t* StudioInputRgba() { return g_studio->inputRgba.data(); }
 STUDIO_API uint8_t* StudioOutputRgba() { return g_studio->outputRgba.data(); }
 STUDIO_API int32_t StudioWidth() { return g_studio->input.width; }
 STUDIO_API int32_t StudioHeight() { return g_studio->input.height; }
+
+STUDIO_API const char* StudioFilterValues() {
+  Studio& s = *g_studio;
+  std::string json = "[";
+  for (int i = 0; i < frei0r::kNumParams; ++i) {
+    const frei0r::ParamInfo& info = frei0r::Info(i);
+    FilterValue v = FilterValueOf(info, *s.host, s.input.width, s.input.height);
+    const bool changed = !AtDefault(info, *s.host, s.input.width, s.input.height);
+    if (!changed && !v.exact) {
+      // A default outside the filter's range (Chaos 0) is given as the
+      // filter's own default, which renders the same.
+      char initial[40];
+      snprintf(initial, sizeof initial, "%.4g", frei0r::InitialValue(info, *s.host));
+      v = {initial, true};
+    }
+    json += std::string(i ? "," : "") + "{\"name\":\"" + info.name + "\",\"value\":\"" + v.text +
+            "\",\"exact\":" + (v.exact ? "true" : "false") + ",\"changed\":" + (changed ? "true" : "false") + "}";
+  }
+  return Hand(json + "]");
+}

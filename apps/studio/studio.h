@@ -31,6 +31,9 @@ STUDIO_API const char* StudioUseInputBuffer();
 // Renders the input with settings given as "name=value" lines (parameters,
 // time, time-step, time-scale, quality); "" or the message to show.
 STUDIO_API const char* StudioRender(const char* settings);
+// The frei0r filter's values (ffmpeg, melt) for the last render's settings,
+// as a JSON list of {name, value, exact, changed} in the filter's order.
+STUDIO_API const char* StudioFilterValues();
 STUDIO_API uint8_t* StudioInputRgba();
 STUDIO_API uint8_t* StudioOutputRgba();
 STUDIO_API int32_t StudioWidth();

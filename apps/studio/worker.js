@@ -54,7 +54,8 @@ function Handle(msg) {
       if (bad) return { error: bad };
       const w = studio._StudioWidth(), h = studio._StudioHeight();
       const ptr = studio._StudioOutputRgba();
-      return { width: w, height: h, ms, rgba: studio.HEAPU8.slice(ptr, ptr + w * h * 4).buffer };
+      return { width: w, height: h, ms, rgba: studio.HEAPU8.slice(ptr, ptr + w * h * 4).buffer,
+               filter: JSON.parse(Text(studio._StudioFilterValues())) };
     }
   }
   return { error: 'unknown request ' + msg.op };

@@ -2,7 +2,9 @@
 // renders have tarvo-ripple's bytes, its controls are the declared
 // parameters at their defaults, a slider move re-renders. Prints the page's
 // and the native 640x480 render times (measured, not judged).
-//   node --experimental-websocket studio_test.mjs STUDIO_DIR TARVO_RIPPLE TIME_PROGRAM [SCREENSHOT.png]
+// Its ffmpeg string, run in ffmpeg with the frei0r filter, gives the same
+// bytes too (when ffmpeg is installed and FREI0R_DIR is not "-").
+//   node --experimental-websocket studio_test.mjs STUDIO_DIR TARVO_RIPPLE TIME_PROGRAM FREI0R_DIR [SCREENSHOT.png]
 import { spawn, execFileSync } from 'node:child_process';
 import crypto from 'node:crypto';
 import fs from 'node:fs';
@@ -12,7 +14,7 @@ import zlib from 'node:zlib';
 import { createRequire } from 'node:module';
 import { Serve } from '../../apps/studio/serve.mjs';
 
-const [studioDir, cli, timeProgram, screenshot] = process.argv.slice(2);
+const [studioDir, cli, timeProgram, frei0rDir, screenshot] = process.argv.slice(2);
 const tmp = fs.mkdtempSync(path.join(os.tmpdir(), 'tarvo-studio-'));
 let failures = 0;
 function Check(ok, what) {
@@ -153,6 +155,28 @@ try {
   const refused = await Digest();
   Check(refused.startsWith('error: --radius 400 is outside'), `an out-of-range value is shown: ${refused}`);
 
+  // The page's ffmpeg string on the page's input picture gives the page's bytes.
+  const ffmpegSettings = { radius: '40', center: '100,90.25', twirl: 'twirl', 'wave-height': '6', phase: '30', antialias: 'med' };
+  await Open(new URLSearchParams({ demo: '320x240', digest: '1', ...ffmpegSettings }).toString());
+  const pageDigest = await Digest();
+  const ffmpegLine = await Eval(`document.getElementById('ffmpeg').textContent`);
+  let ffmpegFound = true;
+  try { execFileSync('ffmpeg', ['-version'], { stdio: 'ignore' }); } catch { ffmpegFound = false; }
+  if (frei0rDir === '-' || !ffmpegFound) {
+    console.log(`skip ffmpeg string (ffmpeg or the frei0r filter not built): ${ffmpegLine}`);
+  } else {
+    const input = Buffer.from(await Eval(`(() => { const b = state.input.data; let s = '';
+      for (let i = 0; i < b.length; i += 8192) s += String.fromCharCode(...b.subarray(i, i + 8192));
+      return btoa(s); })()`), 'base64');
+    fs.writeFileSync(path.join(tmp, 'in.rgba'), input);
+    const filter = /-vf '([^']*)'/.exec(ffmpegLine)[1];
+    execFileSync('ffmpeg', ['-v', 'error', '-f', 'rawvideo', '-pix_fmt', 'rgba', '-s', '320x240', '-i', path.join(tmp, 'in.rgba'),
+      '-vf', filter, '-f', 'rawvideo', '-pix_fmt', 'rgba', '-y', path.join(tmp, 'out.rgba')],
+      { env: { ...process.env, FREI0R_PATH: frei0rDir }, stdio: ['ignore', 'ignore', 'inherit'] });
+    const ffmpegDigest = 'sha256:' + crypto.createHash('sha256').update(fs.readFileSync(path.join(tmp, 'out.rgba'))).digest('hex');
+    Check(ffmpegDigest === pageDigest, `ffmpeg string ${filter}: ffmpeg ${ffmpegDigest.slice(0, 20)}… page ${pageDigest.slice(0, 20)}…`);
+  }
+
   // Controls: the sixteen declared parameters, in order, at their defaults.
   await Open('demo=160x120&digest=1');
   await Digest();
@@ -201,6 +225,6 @@ try {
   server.close();
   chrome.kill();
   await new Promise((r) => (chrome.exitCode !== null ? r() : chrome.once('exit', r)));
-  fs.rmSync(tmp, { recursive: true, force: true });
+  fs.rmSync(tmp, { recursive: true, force: true, maxRetries: 10, retryDelay: 200 });
 }
 process.exit(exitCode);

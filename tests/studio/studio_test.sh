@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Builds the studio page and checks it in headless Chromium (studio_test.mjs).
-#   studio_test.sh WASM_BUILD_DIR TARVO_RIPPLE TIME_PROGRAM [SCREENSHOT.png]
+#   studio_test.sh WASM_BUILD_DIR TARVO_RIPPLE TIME_PROGRAM FREI0R_DIR [SCREENSHOT.png]
 # Exit 77 (skipped) when Emscripten, Chromium or Node is not installed.
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
