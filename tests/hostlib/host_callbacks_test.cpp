@@ -1,7 +1,8 @@
 // The in-process host's callbacks, driven by a scripted stand-in plug-in:
 // what each callback does with odd strides, clipped rectangles, broken
 // worlds and bounded strings; the records a render hands over; how a load
-// fails. Injected faults are exercised where the plug-in meets them
+// fails. (new_world and dispose_world serve effects with copy mode, which
+// the Ripple effect never uses.) Injected faults are exercised where the plug-in meets them
 // (tests/callctx, tests/plugin, tests/faults).
 #include <gtest/gtest.h>
 #include <string.h>
@@ -52,28 +53,6 @@ TEST(HostCallbacks, FillAndCopyKeepToTheWorldAndItsRows) {
   }
   EXPECT_EQ(host.Counts().fill, 6);
   EXPECT_EQ(host.Counts().copy, 1);
-}
-
-// new_world gives a zeroed host-owned world within the host's limits, which
-// dispose_world takes back once.
-TEST(HostCallbacks, NewWorldIsZeroedHostOwnedAndDisposedOfOnce) {
-  ScriptedHost host;
-  PF_EffectWorld w{}, bad{}, stranger = WorldOver(&bad, 1, 1, 4);
-  host.During([&](const HostCallArgs& c) {
-    PF_UtilCallbacks* u = c.in->utils;
-    EXPECT_EQ(u->new_world(c.in->effect_ref, 7, 3, PF_NewWorldFlag_NONE, &w), PF_Err_NONE);
-    EXPECT_EQ(std::vector<int32_t>({w.width, w.height, w.rowbytes}), std::vector<int32_t>({7, 3, 28}));
-    const auto* bytes = reinterpret_cast<const uint8_t*>(w.data);
-    EXPECT_EQ(std::vector<uint8_t>(bytes, bytes + 84), std::vector<uint8_t>(84, 0));
-    EXPECT_EQ(u->new_world(c.in->effect_ref, -1, 3, 0, &bad), PF_Err_BAD_CALLBACK_PARAM);
-    EXPECT_EQ(u->new_world(c.in->effect_ref, 30001, 1, 0, &bad), PF_Err_BAD_CALLBACK_PARAM);
-    EXPECT_EQ(u->dispose_world(c.in->effect_ref, &stranger), PF_Err_BAD_CALLBACK_PARAM);
-    PF_EffectWorld copy = w;
-    EXPECT_EQ(u->dispose_world(c.in->effect_ref, &w), PF_Err_NONE);
-    EXPECT_EQ(u->dispose_world(c.in->effect_ref, &copy), PF_Err_BAD_CALLBACK_PARAM);  // already gone
-    return PF_Err_NONE;
-  });
-  EXPECT_EQ(host.LiveWorlds(), 0);
 }
 
 TEST(HostCallbacks, SprintfStrcpyAndMessagesStayInsideTheirBuffers) {
