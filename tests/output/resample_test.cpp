@@ -10,6 +10,7 @@
 #include "fixed_point.h"
 #include "host_call.h"
 #include "output_stage.h"
+#include "simd_level.h"
 #include "test_picture.h"
 
 namespace tarvo {
@@ -113,16 +114,18 @@ TEST_F(Resample, IdentityMapReproducesTheSourceInEveryMode) {
   }
 }
 
-// The row loops against the per-pixel samplers on maps of random points,
-// some exactly on an edge or not finite: every pixel is what SampleMapPoint
-// (point sampling, held to the setup's size) or AreaSampleQuad gives.
+// The row loops at every vector width against the per-pixel samplers on
+// maps of random points, some exactly on an edge, on a pixel or not finite:
+// every pixel is what SampleMapPoint (point sampling, held to the setup's
+// size) or AreaSampleQuad gives.
 TEST_F(Resample, RowLoopsMatchThePerPixelSamplers) {
   Picture src(23, 17, 3), dst(23, 17);
   // The last: a setup narrower and shorter than the source image.
   const struct {
     float spread;
     int w, h, maps;
-  } runs[] = {{0.0f, 23, 17, 4}, {0.7f, 23, 17, 4}, {3.0f, 23, 17, 4}, {30.0f, 23, 17, 4}, {2.0f, 19, 12, 1}};
+  } runs[] = {{0.0f, 23, 17, 4}, {0.7f, 23, 17, 4}, {3.0f, 23, 17, 4}, {30.0f, 23, 17, 4}, {2.0f, 19, 12, 1},
+              {2.0f, 9, 17, 1}};
   uint32_t seed = 1;
   for (const int32_t mode : {kSampleArea, kSampleBilinear, kSampleNearest}) {
     for (const auto& [spread, w, h, maps] : runs) {
@@ -144,24 +147,31 @@ TEST_F(Resample, RowLoopsMatchThePerPixelSamplers) {
               case 5: p.column = NAN; break;
               case 6: p.row = -INFINITY; break;
               case 7: p.row = std::round(p.row) - 0.5f; break;  // rounds half up in nearest sampling
+              case 8: p.row = 1e30f; break;
+              case 9: p = MapPoint{static_cast<float>(y % h), static_cast<float>(x % w)}; break;  // on a pixel
             }
             map.At(y, x) = p;
           }
           map.SetRowSpan(y, 0, 23);
         }
-        ResampleOutput(map, dst.image);
-        for (int y = 0; y < 17; ++y)
-          for (int x = 0; x < 23; ++x) {
-            PF_Pixel want = kClear;
-            const MapPoint a = map.At(y, x), b = map.At(y, x + 1), c = map.At(y + 1, x), d = map.At(y + 1, x + 1);
-            const float upper[4] = {a.row, a.column, b.row, b.column}, lower[4] = {c.row, c.column, d.row, d.column};
-            if (mode == kSampleArea)
-              want = AreaSampleQuad(src.image, upper, lower);
-            else
-              SampleMapPoint(setup, a, want);
-            ASSERT_TRUE(PixelIs(dst.At(y, x), want)) << "mode " << mode << " seed " << seed << " at " << y << ","
-                                                     << x << ": point (" << a.row << ", " << a.column << ")";
-          }
+        for (const SimdLevel level : {SimdLevel::kScalar, SimdLevel::kSse2, SimdLevel::kAvx2}) {
+          LimitSimd(level);
+          ResampleOutput(map, dst.image);
+          for (int y = 0; y < 17; ++y)
+            for (int x = 0; x < 23; ++x) {
+              PF_Pixel want = kClear;
+              const MapPoint a = map.At(y, x), b = map.At(y, x + 1), c = map.At(y + 1, x), d = map.At(y + 1, x + 1);
+              const float upper[4] = {a.row, a.column, b.row, b.column}, lower[4] = {c.row, c.column, d.row, d.column};
+              if (mode == kSampleArea)
+                want = AreaSampleQuad(src.image, upper, lower);
+              else
+                SampleMapPoint(setup, a, want);
+              ASSERT_TRUE(PixelIs(dst.At(y, x), want)) << "mode " << mode << " width " << static_cast<int>(level)
+                                                       << " seed " << seed << " at " << y << "," << x << ": point ("
+                                                       << a.row << ", " << a.column << ")";
+            }
+        }
+        LimitSimd(SimdLevel::kAvx2);
       }
     }
   }
