@@ -1,9 +1,10 @@
-// The samplers' vector widths against each other: every row sampled with
-// AVX2 must give the bytes of the SSE2 loops and of the one-pixel-at-a-time
-// code, on random rows and on rows holding edge values (boxes at the
-// image's last row and column, at the eight-wide path's limits of four
-// rows and four columns, beyond the integer path, not finite, signed
-// zeros). Each width the processor has is compared with the narrowest.
+// The area sampler's and the pinning's vector widths against each other:
+// every row sampled with AVX2 must give the bytes of the SSE2 loops and of
+// the one-pixel-at-a-time code, on random rows and on rows holding edge
+// values (boxes at the image's last row and column, at the eight-wide
+// path's limits of four rows and four columns, beyond the integer path, not
+// finite, signed zeros). Each width the processor has is compared with the
+// narrowest. Point sampling at every width: resample_test.
 #include <gtest/gtest.h>
 #include <string.h>
 
@@ -166,60 +167,6 @@ TEST(SimdPaths, AreaRowsAreTheSameAtEveryWidthOnEdgeBoxes) {
 // Bilinear rows through ResampleOutput at every width, each pixel also
 // against SampleMapPoint: points inside, on the last row and column, at
 // the edges exactly, outside and not finite.
-TEST(SimdPaths, BilinearRowsAreTheSameAtEveryWidth) {
-  if (ActiveSimd() == SimdLevel::kScalar) GTEST_SKIP() << "no vector width here";
-  tarvo::testing::HostCall call;
-  const float nan = std::numeric_limits<float>::quiet_NaN(), inf = std::numeric_limits<float>::infinity();
-  std::mt19937 rng(77);
-  for (const int w : {1, 8, 9, 23, 40}) {
-    const int h = 11;
-    Image src(w, h, 2, uint32_t(w));
-    RenderSetup setup{&src.image, w, h, kSampleBilinear, PF_Pixel{0, 0, 0, 0}};
-    SourceMap map(h + 1, w + 1, setup);
-    ASSERT_TRUE(map.ok);
-    std::uniform_real_distribution<float> jitter(-2.0f, 2.0f);
-    std::uniform_int_distribution<int> pick(0, 15);
-    for (int y = 0; y <= h; ++y) {
-      for (int x = 0; x <= w; ++x) {
-        MapPoint p{float(y) + jitter(rng), float(x) + jitter(rng)};
-        switch (pick(rng)) {
-          case 0: p.row = float(h - 1) + 0.5f; break;      // the last row: mixed with the background
-          case 1: p.column = float(w) - 0.5f; break;       // the last column
-          case 2: p.row = float(h); break;                 // on the far edges: background
-          case 3: p.column = std::nextafter(float(w), 0.0f); break;
-          case 4: p.row = -0.0f; break;
-          case 5: p.column = nan; break;
-          case 6: p.row = -inf; break;
-          case 7: p.row = 1e30f; break;
-          case 8: p = MapPoint{float(y % h), float(x % w)}; break;  // on a pixel: weights 1, 0, 0, 0
-          default: break;
-        }
-        map.At(y, x) = p;
-      }
-      map.SetRowSpan(y, 0, w);
-    }
-    std::vector<std::vector<PF_Pixel>> results;
-    AtEachWidth([&](SimdLevel) {
-      std::vector<PF_Pixel> out(size_t(w) * h, PF_Pixel{9, 9, 9, 9});
-      PixelImage dst;
-      dst.Wrap(int16_t(w), int16_t(h), w * 4, out.data(), AllRows);
-      ResampleOutput(map, dst);
-      results.push_back(out);
-    });
-    for (int y = 0; y < h; ++y) {
-      for (int x = 0; x < w; ++x) {
-        PF_Pixel want;
-        SampleMapPoint(setup, map.At(y, x), want);
-        for (const auto& got : results) {
-          ASSERT_EQ(memcmp(&want, &got[size_t(y) * w + x], sizeof want), 0)
-              << "width " << w << " at " << y << "," << x << ": point (" << map.At(y, x).row << ", "
-              << map.At(y, x).column << ")";
-        }
-      }
-    }
-  }
-}
-
 // Pinning at every width, every pin mode, bit for bit: points anywhere,
 // with signed zeros, NaN, infinities and huge values among them, rows
 // written over part of their columns.
