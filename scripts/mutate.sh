@@ -90,13 +90,34 @@ if [ $check -eq 1 ]; then
   exit $bad
 fi
 
-# Scratch copy: the tree's files (tracked and untracked, not ignored), with
-# their times kept so that the build there stays incremental.
+# Scratch copy: the tree's files (tracked and untracked, not ignored). Only
+# files whose bytes differ are copied, and they get the time of the copy, so
+# the build there stays incremental and never takes an older file for built.
 mkdir -p "$scratch/src" "$scratch/logs"
-(cd "$repo" && git ls-files -co --exclude-standard -z | sort -z) > "$scratch/files"
-(cd "$repo" && tar -c --null -T "$scratch/files" -f -) | tar -x -C "$scratch/src" -f -
-(cd "$scratch/src" && find . -type f ! -path './build/*' -printf '%P\0' | sort -z) > "$scratch/present"
-comm -z -23 "$scratch/present" "$scratch/files" | (cd "$scratch/src" && xargs -0 -r rm -f)
+python3 - "$repo" "$scratch/src" <<'EOF'
+import filecmp, os, shutil, subprocess, sys
+repo, dst = sys.argv[1:3]
+listed = subprocess.run(["git", "-C", repo, "ls-files", "-co", "--exclude-standard", "-z"],
+                        capture_output=True, check=True).stdout.decode().split("\0")
+keep = set()
+for rel in filter(None, listed):
+    src, out = os.path.join(repo, rel), os.path.join(dst, rel)
+    if not os.path.isfile(src):
+        continue
+    keep.add(rel)
+    if os.path.isfile(out) and filecmp.cmp(src, out, shallow=False):
+        continue
+    os.makedirs(os.path.dirname(out), exist_ok=True)
+    shutil.copyfile(src, out)
+    shutil.copymode(src, out)
+for root, dirs, names in os.walk(dst):
+    if root == dst and "build" in dirs:
+        dirs.remove("build")
+    for name in names:
+        path = os.path.join(root, name)
+        if os.path.relpath(path, dst) not in keep:
+            os.remove(path)
+EOF
 
 export CCACHE_BASEDIR=$scratch/src CCACHE_NOHASHDIR=1
 launcher=()
