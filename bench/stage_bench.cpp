@@ -8,8 +8,10 @@
 #include <stdio.h>
 #include <string.h>
 
+#include <algorithm>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "bench_cases.h"
 #include "chaos.h"
@@ -216,11 +218,51 @@ bool CheckAgainstModule(const FrameSize& size) {
   return all;
 }
 
+// The source map of the default case at 1920x1080, pinned, as the source
+// position each output pixel is taken from: P(y, x) where the resampling
+// samples it, the pixel's own position where it copies the source. Written
+// as "TARVOMAP width height\n" and then, row by row, (column, row) pairs
+// of floats in the machine's byte order: the map OpenCV's remap reads
+// (pixel centres at whole coordinates, as the bilinear sampler's).
+bool WriteMap(const char* path) {
+  const FrameSize size{1920, 1080};
+  Pipeline p(Cases()[0], size);
+  if (!p.ok()) return false;
+  p.renderer().SpreadField();
+  p.Pin();
+  const SourceMap& map = p.map();
+  std::vector<float> row(2 * static_cast<size_t>(size.width));
+  FILE* f = fopen(path, "wb");
+  if (!f) return false;
+  bool ok = fprintf(f, "TARVOMAP %d %d\n", size.width, size.height) > 0;
+  for (int32_t y = 0; y < size.height && ok; ++y) {
+    int32_t first = 0, last = -1;
+    if (map.rowWritten[y] && map.rowWritten[y + 1]) {
+      first = std::max({map.rowFirst[y], map.rowFirst[y + 1], 0});
+      last = std::min({map.rowLast[y], map.rowLast[y + 1], map.cols - 1});
+    }
+    for (int32_t x = 0; x < size.width; ++x) {
+      const bool sampled = x >= first && x < last;
+      const MapPoint& m = map.At(y, x);
+      row[2 * x] = sampled ? m.column : static_cast<float>(x);
+      row[2 * x + 1] = sampled ? m.row : static_cast<float>(y);
+    }
+    ok = fwrite(row.data(), sizeof(float), row.size(), f) == row.size();
+  }
+  return fclose(f) == 0 && ok;
+}
+
 }  // namespace
 }  // namespace tarvo::bench
 
 int main(int argc, char** argv) {
   using namespace tarvo::bench;
+  // --write-map PATH: writes the default case's source map and exits.
+  if (argc == 3 && strcmp(argv[1], "--write-map") == 0) {
+    if (WriteMap(argv[2])) return 0;
+    fprintf(stderr, "cannot write the source map to %s\n", argv[2]);
+    return 1;
+  }
   benchmark::Initialize(&argc, argv);
   bool verify = true;
   for (int i = 1; i < argc; ++i) {

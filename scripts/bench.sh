@@ -8,6 +8,10 @@
 #   scripts/bench.sh --jobs          also 48-frame sequences (640x480 and
 #                                    1920x1080) at --jobs 1 and 2 (hyperfine;
 #                                    wants an otherwise idle machine)
+#   scripts/bench.sh --threads       also 1 against 2 render threads (default and
+#                                    rotated at 1920x1080 and 3840x2160), in
+#                                    ROUNDS alternating rounds (default 5;
+#                                    RUN prefixes each round, e.g. "chrt -f 10")
 #   scripts/bench.sh --digest MODULE hashes renders over a parameter sweep with
 #                                    MODULE and with the built module and
 #                                    compares them (byte-identity of a speed-up)
@@ -22,12 +26,14 @@ reps=${REPS:-5}
 out=${OUT:-out/bench}
 stageFilter='stage/.*/1920x1080/'
 runJobs=0
+runThreads=0
 digestModule=""
 onlyDigest=0
 while (($#)); do
   case "$1" in
     --all-stages) stageFilter='stage/' ;;
     --jobs) runJobs=1 ;;
+    --threads) runThreads=1 ;;
     --digest) digestModule=${2:?--digest wants a module path}; shift ;;
     --only-digest) digestModule=${2:?--only-digest wants a module path}; onlyDigest=1; shift ;;
     *) echo "bench.sh: unknown option $1" >&2; exit 2 ;;
@@ -81,4 +87,41 @@ print(f"48 frames at {sys.argv[2]}: --jobs 1 {one:.3f} s, --jobs 2 {two:.3f} s, 
 PY
   done
   rm -rf "$seq"
+fi
+
+if ((runThreads)); then
+  # Each round renders every case at 1 and then at 2 threads in one
+  # process; the ratios are taken per round and their median printed. Wall
+  # time is what a user waits; "calling thread" is the CPU time of the
+  # host's thread alone, which on a busy machine shows what the split leaves
+  # on it (1-thread CPU over it estimates the speed-up on idle cores).
+  # RUN="chrt -f 10" keeps other work off the cores while a round runs.
+  rounds=${ROUNDS:-5}
+  read -r -a run <<<"${RUN:-}"
+  for round in $(seq "$rounds"); do
+    "${run[@]}" "$build/bin/tarvo_render_bench" --threads=1,2 --benchmark_filter='render/(default|rotated)/(1920x1080|3840x2160)/' \
+      --benchmark_repetitions="$reps" --benchmark_report_aggregates_only=true --benchmark_out_format=json \
+      --benchmark_out="$out/threads_$round.json" >/dev/null 2>&1
+  done
+  python3 - "$out" "$rounds" <<'PY'
+import json, statistics, sys
+out, rounds = sys.argv[1], int(sys.argv[2])
+runs = []
+for r in range(1, rounds + 1):
+    m = {}
+    for b in json.load(open(f"{out}/threads_{r}.json"))["benchmarks"]:
+        if b.get("aggregate_name") == "median":
+            m[b["run_name"].removesuffix("/real_time")] = b
+    runs.append(m)
+print(f"{'case':28} {'1 thread ms':>11} {'2 threads ms':>12} {'wall x':>7} {'CPU 1 / calling 2':>18} {'peak MiB 1 / 2':>15}")
+for case in ["default/1920x1080", "rotated/1920x1080", "default/3840x2160", "rotated/3840x2160"]:
+    one, two = (f"render/{case}/threads:{n}" for n in (1, 2))
+    w1 = statistics.median(r[one]["real_time"] for r in runs)
+    w2 = statistics.median(r[two]["real_time"] for r in runs)
+    wall = statistics.median(r[one]["real_time"] / r[two]["real_time"] for r in runs)
+    cpu = statistics.median(r[one]["cpu_time"] / r[two]["cpu_time"] for r in runs)
+    p1, p2 = runs[0][one].get("peak_MiB", 0), runs[0][two].get("peak_MiB", 0)
+    print(f"{case:28} {w1:11.1f} {w2:12.1f} {wall:7.2f} {cpu:18.2f} {p1:7.1f} / {p2:5.1f}")
+print(f"(medians of {rounds} rounds; load average {open('/proc/loadavg').read().split()[0]})")
+PY
 fi

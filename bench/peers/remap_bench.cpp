@@ -5,7 +5,12 @@
 // and fading out at 960). Built and run by scripts/peers.sh, not by the
 // project's build.
 //
-// Usage: remap_bench PICTURE [REPETITIONS]
+// With EFFECT_MAP (written by tarvo_stage_bench --write-map), also the
+// remap along the effect's own source map of the same frame, so that both
+// sample the same points. The *_all_cores lines run on OpenCV's default
+// thread count (their CPU column is the calling thread's alone).
+//
+// Usage: remap_bench PICTURE [REPETITIONS [EFFECT_MAP]]
 // Prints one line per measurement: name, median wall ms, median CPU ms.
 #include <string.h>
 #include <time.h>
@@ -100,5 +105,35 @@ int main(int argc, char** argv) {
   Measure("remap_nearest_float_map", repetitions, [&] {
     cv::remap(src, dst, mapX, mapY, cv::INTER_NEAREST, cv::BORDER_CONSTANT, cv::Scalar());
   });
+
+  cv::Mat effectXY;
+  if (argc > 3) {
+    FILE* f = fopen(argv[3], "rb");
+    int mw = 0, mh = 0;
+    if (!f || fscanf(f, "TARVOMAP %d %d", &mw, &mh) != 2 || fgetc(f) != '\n' || mw != w || mh != h) {
+      fprintf(stderr, "%s is not a source map of a %dx%d frame\n", argv[3], w, h);
+      return 1;
+    }
+    effectXY.create(h, w, CV_32FC2);
+    const bool read = fread(effectXY.data, sizeof(float), 2 * static_cast<size_t>(w) * h, f) == 2 * size_t(w) * h;
+    fclose(f);
+    if (!read) {
+      fprintf(stderr, "%s is cut short\n", argv[3]);
+      return 1;
+    }
+    Measure("remap_linear_effect_map", repetitions, [&] {
+      cv::remap(src, dst, effectXY, cv::noArray(), cv::INTER_LINEAR, cv::BORDER_CONSTANT, cv::Scalar());
+    });
+  }
+
+  cv::setNumThreads(-1);  // OpenCV's default: every core
+  Measure("remap_linear_float_map_all_cores", repetitions, [&] {
+    cv::remap(src, dst, mapX, mapY, cv::INTER_LINEAR, cv::BORDER_CONSTANT, cv::Scalar());
+  });
+  if (!effectXY.empty()) {
+    Measure("remap_linear_effect_map_all_cores", repetitions, [&] {
+      cv::remap(src, dst, effectXY, cv::noArray(), cv::INTER_LINEAR, cv::BORDER_CONSTANT, cv::Scalar());
+    });
+  }
   return 0;
 }
