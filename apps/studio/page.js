@@ -60,9 +60,10 @@ worker.onmessage = (e) => {
   callbacks.delete(reply.id);
   busy = null;
   if (reply.restarted) {
-    // A fresh program: set it up again before anything else.
-    queue.unshift({ op: 'open', id: nextId++ }, InputRequest());
-    queue[1].id = nextId++;
+    // A fresh program: set it up and give it the input again first.
+    const input = InputRequest();
+    input.id = nextId++;
+    queue.unshift({ op: 'open', id: nextId++ }, input);
   }
   if (done) done(reply);
   Pump();

@@ -1,6 +1,6 @@
 // Times the studio's render natively: the built-in demo picture at WxH
-// (default 640x480) with the default settings, one thread, the median of
-// N renders (default 15) in milliseconds on stdout.
+// (default 640x480) with the default settings, one thread: the median and
+// the fastest of N renders (default 15) in milliseconds on stdout.
 #include <stdio.h>
 #include <stdlib.h>
 
@@ -36,6 +36,6 @@ int main(int argc, char** argv) {
     ms.push_back(std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count());
   }
   std::sort(ms.begin(), ms.end());
-  printf("%.2f\n", ms[ms.size() / 2]);
+  printf("%.2f %.2f\n", ms[ms.size() / 2], ms.front());
   return 0;
 }

@@ -207,16 +207,17 @@ try {
   await Open('demo=640x480&digest=1');
   await Digest(1);
   const times = [];
-  for (let t = 1; t <= 9; t++) {
+  for (let t = 1; t <= 15; t++) {
     await Eval(`(() => { const r = document.getElementById('time'); r.value = '${t}'; r.dispatchEvent(new Event('input')); })()`);
     await Digest(t + 1);
     times.push(Number(await Eval(`document.getElementById('status').dataset.ms`)));
   }
   times.sort((a, b) => a - b);
-  const wasm = times[Math.floor(times.length / 2)];
-  const native = Number(execFileSync(timeProgram, ['640x480', '15'], { encoding: 'utf8' }));
-  console.log(`640x480 default render: page (WebAssembly) ${wasm.toFixed(2)} ms, native one thread ${native.toFixed(2)} ms, ` +
-              `ratio ${(wasm / native).toFixed(2)}`);
+  const page = { median: times[Math.floor(times.length / 2)], fastest: times[0] };
+  const [median, fastest] = execFileSync(timeProgram, ['640x480', '15'], { encoding: 'utf8' }).trim().split(' ').map(Number);
+  console.log(`640x480 default render, median (fastest): page (WebAssembly) ${page.median.toFixed(2)} ms ` +
+              `(${page.fastest.toFixed(2)}), native one thread ${median.toFixed(2)} ms (${fastest.toFixed(2)}), ` +
+              `ratio ${(page.median / median).toFixed(2)} (${(page.fastest / fastest).toFixed(2)})`);
   exitCode = failures ? 1 : 0;
 } catch (err) {
   console.error(`studio test: ${err.stack || err}`);
