@@ -1,6 +1,7 @@
 #include "param_map.h"
 
 #include <math.h>
+#include <stdio.h>
 
 #include <algorithm>
 #include <cmath>
@@ -165,6 +166,69 @@ bool ClampUnit(double* v, double fallback) {
   if (*v >= 0.0 && *v <= 1.0) return true;
   *v = std::clamp(*v, 0.0, 1.0);
   return false;
+}
+
+std::string ValueWarning(const ParamInfo& info, double given, double used) {
+  char text[160];
+  if (std::isnan(given))
+    snprintf(text, sizeof text, "%s = nan is not a number; using %g", info.name, used);
+  else
+    snprintf(text, sizeof text, "%s = %g is outside the range 0 to 1; using %g", info.name, given, used);
+  return text;
+}
+
+namespace {
+
+// Splits text at unescaped, unquoted sep, as ffmpeg's filter graph syntax
+// does; quotes and escapes are taken out of the parts.
+std::vector<std::string> SplitGraph(const std::string& text, const std::string& seps, std::string* rest = nullptr) {
+  std::vector<std::string> parts(1);
+  bool quoted = false;
+  for (size_t i = 0; i < text.size(); ++i) {
+    const char c = text[i];
+    if (c == '\\' && i + 1 < text.size()) {
+      parts.back() += text[++i];
+    } else if (c == '\'') {
+      quoted = !quoted;
+    } else if (!quoted && seps.find(c) != std::string::npos) {
+      if (rest && (c == ',' || c == ';' || c == '[')) {  // the end of this filter
+        *rest = text.substr(i);
+        return parts;
+      }
+      parts.emplace_back();
+    } else {
+      parts.back() += c;
+    }
+  }
+  return parts;
+}
+
+}  // namespace
+
+std::vector<std::string> SurplusValueWarnings(const std::vector<std::string>& args) {
+  std::vector<std::string> warnings;
+  for (const std::string& arg : args) {
+    for (size_t at = arg.find("frei0r="); at != std::string::npos; at = arg.find("frei0r=", at + 1)) {
+      std::string rest;
+      const std::vector<std::string> options = SplitGraph(arg.substr(at + 7), ":,;[", &rest);
+      std::string name, params;
+      for (size_t k = 0; k < options.size(); ++k) {
+        const size_t eq = options[k].find('=');
+        const std::string key = eq == std::string::npos ? (k == 0 ? "filter_name" : k == 1 ? "filter_params" : "")
+                                                        : options[k].substr(0, eq);
+        const std::string value = eq == std::string::npos ? options[k] : options[k].substr(eq + 1);
+        if (key == "filter_name") name = value;
+        if (key == "filter_params") params = value;
+      }
+      if (name != "tarvo_ripple" || params.empty()) continue;
+      const size_t given = SplitGraph(params, "|").size();
+      if (given > static_cast<size_t>(kNumParams))
+        warnings.push_back("filter_params has " + std::to_string(given) + " values, the filter " +
+                           std::to_string(kNumParams) + " parameters (Radius to Draft): the last " +
+                           std::to_string(given - kNumParams) + " are ignored");
+    }
+  }
+  return warnings;
 }
 
 void ApplyValue(const ParamInfo& info, double v, host::Host& host) {

@@ -15,6 +15,7 @@
 #include <stdint.h>
 
 #include <string>
+#include <vector>
 
 #include "host.h"
 
@@ -46,6 +47,16 @@ double InitialValue(const ParamInfo& info, const host::Host& host);
 // Clamps v to 0–1; false when v was outside (or not a number, which gives
 // the initial value *fallback).
 bool ClampUnit(double* v, double fallback);
+
+// The warning for a value ClampUnit changed, worded as the command line
+// words it: "Radius = nan is not a number; using 0.25", "Phase = -2 is
+// outside the range 0 to 1; using 0".
+std::string ValueWarning(const ParamInfo& info, double given, double used);
+
+// ffmpeg hands the filter only as many filter_params values as it has
+// parameters and drops the rest unseen. From ffmpeg's command line, one
+// warning for each tarvo_ripple filter given more values than that.
+std::vector<std::string> SurplusValueWarnings(const std::vector<std::string>& args);
 
 // Writes the parameter with frei0r value v (already in 0–1) into the
 // host's parameter array (or host state, for Draft), for a frame of

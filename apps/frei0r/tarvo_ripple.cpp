@@ -12,12 +12,14 @@ extern "C" {
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cmath>
 #include <memory>
 #include <mutex>
 #include <new>
 #include <set>
 #include <string>
 #include <thread>
+#include <vector>
 
 #if !defined(_WIN32)
 #include <dlfcn.h>
@@ -49,6 +51,33 @@ bool g_warnedTooLarge = false;
 bool g_warnedWidth64 = false;
 
 void Say(const std::string& what) { fprintf(stderr, "tarvo_ripple: %s\n", what.c_str()); }
+
+// Says what once per process under key: hosts such as melt set the same
+// values on several instances of one filter.
+void SayOnce(const std::string& key, const std::string& what) {
+  static std::mutex lock;
+  static std::set<std::string> said;
+  std::lock_guard<std::mutex> guard(lock);
+  if (said.insert(key).second) Say(what);
+}
+
+// ffmpeg's own command line, where the filter's values were given.
+std::vector<std::string> ProcessArguments() {
+  std::vector<std::string> args;
+  FILE* f = fopen("/proc/self/cmdline", "rb");
+  if (!f) return args;
+  std::string arg;
+  for (int c; (c = fgetc(f)) != EOF;) {
+    if (c) {
+      arg += static_cast<char>(c);
+    } else {
+      args.push_back(arg);
+      arg.clear();
+    }
+  }
+  fclose(f);
+  return args;
+}
 
 bool FileExists(const std::string& path) {
   struct stat st;
@@ -120,7 +149,6 @@ struct Instance {
   host::Image in, out;
   double values[kNumParams] = {};
   double initial[kNumParams] = {};
-  bool warnedRange[kNumParams] = {};
   TimeUnit unit = TimeUnit::Seconds;
   double frameRate = kDefaultFrameRate;  // of the counter used when a frame has no timestamp
   int64_t frames = 0;                    // frames handed over so far
@@ -195,10 +223,10 @@ Instance* Construct(unsigned width, unsigned height) {
   inst->trace = trace && *trace && strcmp(trace, "0") != 0;
   std::string why, unitError;
   inst->unit = DetectTimeUnit(&why, &unitError);
-  if (!unitError.empty()) Say(unitError);
+  if (!unitError.empty()) SayOnce("time unit", unitError);
   unitError.clear();
   inst->frameRate = FallbackFrameRate(&unitError);
-  if (!unitError.empty()) Say(unitError);
+  if (!unitError.empty()) SayOnce("frame rate", unitError);
   if (inst->trace) Say(std::string("time unit ") + TimeUnitName(inst->unit) + " (" + why + ")");
 
   if (!inst->passThrough) {
@@ -213,6 +241,8 @@ Instance* Construct(unsigned width, unsigned height) {
         " exceed what the effect can process (at most 4095 pixels wide and 32767 high); they are "
         "passed through unchanged");
   }
+  if (DetectHost() == HostKind::Ffmpeg)
+    for (const std::string& w : SurplusValueWarnings(ProcessArguments())) SayOnce(w, w);
   if (width % 64 != 0 && !g_warnedWidth64 && DetectHost() == HostKind::Ffmpeg) {
     g_warnedWidth64 = true;
     Say("frame width " + std::to_string(width) +
@@ -340,13 +370,9 @@ F0R_EXPORT void f0r_set_param_value(f0r_instance_t instance, f0r_param_t param, 
   auto* inst = static_cast<Instance*>(instance);
   if (!inst || !param || index < 0 || index >= kNumParams) return;
   double v = *static_cast<const double*>(param);
-  if (!ClampUnit(&v, inst->initial[index]) && !inst->warnedRange[index]) {
-    inst->warnedRange[index] = true;
-    char buf[160];
-    snprintf(buf, sizeof buf, "%s = %g is outside 0 to 1; using %g", Info(index).name,
-             *static_cast<const double*>(param), v);
-    Say(buf);
-  }
+  const double given = v;
+  if (!ClampUnit(&v, inst->initial[index]))
+    SayOnce(std::string(Info(index).name) + (std::isnan(given) ? " nan" : " range"), ValueWarning(Info(index), given, v));
   inst->values[index] = v;
 }
 

@@ -35,9 +35,7 @@ TimeUnit DetectTimeUnit(std::string* why, std::string* error) {
       return TimeUnit::Seconds;
     }
     *error = std::string("TARVO_RIPPLE_TIME_UNIT is \"") + env +
-             "\"; expected s, seconds, ms or milliseconds; using seconds";
-    *why = "frei0r default";
-    return TimeUnit::Seconds;
+             "\", not s, seconds, ms or milliseconds; ignored: the unit is worked out from the host";
   }
   switch (DetectHost()) {
     case HostKind::Mlt: *why = "MLT"; return TimeUnit::Seconds;

@@ -23,7 +23,7 @@ HostKind DetectHost();
 // TARVO_RIPPLE_TIME_UNIT ("s"/"seconds" or "ms"/"milliseconds") when set;
 // otherwise milliseconds inside an ffmpeg process (libavfilter loaded and
 // no MLT), seconds everywhere else. *why says which rule decided; *error
-// is set when the variable holds something else (seconds are used then).
+// is set when the variable holds something else, which is then ignored.
 TimeUnit DetectTimeUnit(std::string* why, std::string* error);
 const char* TimeUnitName(TimeUnit u);
 

@@ -50,10 +50,16 @@ if [[ $mode == ffmpeg ]]; then
     -vf "frei0r=filter_name=tarvo_ripple:filter_params=$params" -f rawvideo -pix_fmt rgba -y out.rgba 2>trace.txt \
     || { cat trace.txt >&2; fail "ffmpeg failed"; }
   unit=milliseconds
-  # A width that is not a multiple of 64 is named as ffmpeg's problem.
-  ffmpeg -nostdin -hide_banner -loglevel error -f lavfi -i testsrc=size=328x48:rate=$FPS -frames:v 1 \
-    -vf frei0r=tarvo_ripple -f null - 2>warn.txt || { cat warn.txt >&2; fail "ffmpeg failed at width 328"; }
-  grep -q "width 328 is not a multiple of 64" warn.txt || { cat warn.txt >&2; fail "no warning for width 328"; }
+  # A width that is not a multiple of 64 is named as ffmpeg's problem, a
+  # value past the last parameter and an unknown time unit are named too,
+  # and the unit is then worked out as without the variable.
+  TARVO_RIPPLE_TIME_UNIT=minutes ffmpeg -nostdin -hide_banner -loglevel error -f lavfi \
+    -i testsrc=size=328x48:rate=$FPS -frames:v 1 -vf "frei0r=tarvo_ripple:$params|0.5" -f null - 2>warn.txt ||
+    { cat warn.txt >&2; fail "ffmpeg failed at width 328"; }
+  for said in "width 328 is not a multiple of 64" "filter_params has 19 values" \
+      "TARVO_RIPPLE_TIME_UNIT is \"minutes\"" "time unit milliseconds (ffmpeg"; do
+    grep -qF "$said" warn.txt || { cat warn.txt >&2; fail "no \"$said\" under ffmpeg"; }
+  done
   sent() { echo "$(( $1 * MS ))"; }
 else
   ffmpeg -nostdin -hide_banner -loglevel error -f rawvideo -pix_fmt rgba -s ${W}x${H} -r $FPS -i src.rgba \

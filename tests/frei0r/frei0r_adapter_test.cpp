@@ -15,6 +15,7 @@ extern "C" {
 #include <frei0r.h>
 }
 
+#include "param_map.h"
 #include "reference.h"
 
 namespace {
@@ -191,29 +192,42 @@ TEST_F(Frei0rTest, BadValuesAndCallsAreRefusedWithoutHarm) {
   F0R(f0r_update)(nullptr, 0.0, nullptr, nullptr);
   F0R(f0r_update2)(nullptr, 0, nullptr, nullptr, nullptr, nullptr);
 
-  Instance inst(32, 16);
-  ASSERT_TRUE(inst.ok());
-  const double radius = inst.Get(kRadius);
+  // Each warning in the command line's words, once per process however
+  // many instances get the value (melt sets them on more than one).
+  struct BadValue {
+    int index;
+    double given, used;
+    const char* warning;
+  };
+  const BadValue bad[] = {
+      {kRadius, NAN, 0.25, "Radius = nan is not a number; using 0.25"},
+      {kRadius, 7.0, 1.0, "Radius = 7 is outside the range 0 to 1; using 1"},
+      {kPhase, -2.0, 0.0, "Phase = -2 is outside the range 0 to 1; using 0"},
+      {kWaveForm, INFINITY, 1.0, "WaveForm = inf is outside the range 0 to 1; using 1"},
+  };
+  Instance inst(32, 16), twin(32, 16);
+  ASSERT_TRUE(inst.ok() && twin.ok());
   testing::internal::CaptureStderr();
-  inst.Set(kRadius, NAN);
-  EXPECT_EQ(inst.Get(kRadius), radius);
-  inst.Set(kRadius, 7.0);
-  EXPECT_EQ(inst.Get(kRadius), 1.0);
-  inst.Set(kPhase, -2.0);
-  EXPECT_EQ(inst.Get(kPhase), 0.0);
+  for (const BadValue& b : bad) {
+    for (Instance* i : {&inst, &twin, &inst}) i->Set(b.index, b.given);
+    EXPECT_EQ(inst.Get(b.index), b.used) << b.warning;
+  }
   inst.Set(kCount, 0.5);  // no such parameter
   inst.Set(-1, 0.5);
   EXPECT_EQ(inst.Get(kCount), -12345);
   const std::string err = testing::internal::GetCapturedStderr();
-  EXPECT_NE(err.find("Radius"), std::string::npos) << err;
-  EXPECT_NE(err.find("Phase = -2 is outside 0 to 1"), std::string::npos) << err;
+  for (const BadValue& b : bad) {
+    const std::string line = std::string("tarvo_ripple: ") + b.warning + "\n";
+    const size_t at = err.find(line);
+    EXPECT_TRUE(at != std::string::npos && err.find(line, at + 1) == std::string::npos) << line << err;
+  }
 
   // NaN and huge times still render.
   const Frame in = RandomFrame(32, 16, 9);
-  inst.Set(kRadius, 0.25);
-  EXPECT_EQ(inst.Update(NAN, in), HostRender(in, 32, 16, 0, {}));
-  EXPECT_EQ(inst.Update(1e300, in).size(), in.size());
-  EXPECT_EQ(inst.Update(-1e300, in).size(), in.size());
+  Instance plain(32, 16);
+  EXPECT_EQ(plain.Update(NAN, in), HostRender(in, 32, 16, 0, {}));
+  EXPECT_EQ(plain.Update(1e300, in).size(), in.size());
+  EXPECT_EQ(plain.Update(-1e300, in).size(), in.size());
 
   testing::internal::CaptureStderr();
   setenv("TARVO_RIPPLE_TIME_UNIT", "hours", 1);
@@ -221,7 +235,28 @@ TEST_F(Frei0rTest, BadValuesAndCallsAreRefusedWithoutHarm) {
   unsetenv("TARVO_RIPPLE_TIME_UNIT");
   const std::string unitErr = testing::internal::GetCapturedStderr();
   EXPECT_TRUE(odd.ok());
-  EXPECT_NE(unitErr.find("TARVO_RIPPLE_TIME_UNIT is \"hours\""), std::string::npos) << unitErr;
+  EXPECT_NE(unitErr.find("TARVO_RIPPLE_TIME_UNIT is \"hours\", not s, seconds, ms or milliseconds; ignored"),
+            std::string::npos)
+      << unitErr;
+}
+
+// ffmpeg drops filter_params values past the last parameter; its command
+// line tells how many were given.
+TEST(Frei0rSurplus, ValuesPastTheLastParameterAreNamed) {
+  const std::string v18 = "0.3|0.5|0.5|0.2|0|0.125|0.0208|0.51|0.5|0.5|0.25|0.125|0.1667|0.1667|0|0|0|n";
+  const std::string said = "filter_params has 20 values, the filter 18 parameters (Radius to Draft): the last 2 are ignored";
+  const struct {
+    std::vector<std::string> args;
+    std::vector<std::string> warnings;
+  } cases[] = {
+      {{"ffmpeg", "-vf", "frei0r=filter_name=tarvo_ripple:filter_params=" + v18 + "|1|2"}, {said}},
+      {{"ffmpeg", "-vf", "scale=64:48,frei0r=tarvo_ripple:" + v18 + "|1|2,format=rgba"}, {said}},
+      {{"ffmpeg", "-vf", "frei0r=tarvo_ripple:'" + v18 + "|1|2'[out]"}, {said}},
+      {{"ffmpeg", "-vf", "frei0r=tarvo_ripple:" + v18}, {}},
+      {{"ffmpeg", "-vf", "frei0r=other:" + v18 + "|1|2"}, {}},
+      {{"ffmpeg", "-vf", "frei0r=tarvo_ripple"}, {}},
+  };
+  for (const auto& c : cases) EXPECT_EQ(frei0r::SurplusValueWarnings(c.args), c.warnings) << c.args[2];
 }
 
 TEST_F(Frei0rTest, AMissingPluginModuleIsNamedAndInstancesAreRefused) {
