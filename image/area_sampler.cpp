@@ -11,8 +11,8 @@
 #include <algorithm>
 #include <cmath>
 
-#if defined(__SSE2__) || defined(_M_X64) || (defined(_M_IX86_FP) && _M_IX86_FP >= 2)
-#define TARVO_AREA_SPAN_SSE2 1
+#include "simd_level.h"
+#ifdef TARVO_SSE2_PATHS
 #include <emmintrin.h>
 #endif
 
@@ -303,7 +303,7 @@ void FillTable(const PixelImage& image, T* table) {
     T* entry = table + stride * (static_cast<size_t>(r) + 1);
     entry[0] = entry[1] = entry[2] = entry[3] = 0;
     const PF_Pixel* p = cursor.Pixels();
-#ifdef TARVO_AREA_SPAN_SSE2
+#ifdef TARVO_SSE2_PATHS
     if constexpr (sizeof(T) == 4) {
       const __m128i zero = _mm_setzero_si128();
       __m128i run = zero;
@@ -392,7 +392,7 @@ void AreaSampleCache::RectSum(int32_t rowA, int32_t rowB, int32_t colA, int32_t 
 
 // --- A row of pixels at a time ------------------------------------------------
 
-#ifdef TARVO_AREA_SPAN_SSE2
+#ifdef TARVO_SSE2_PATHS
 namespace {
 
 // Boxes the integer path takes: edges within ±16384 pixels and extents
@@ -738,10 +738,9 @@ TARVO_HOT_INLINE bool SpanQuad4(const uint8_t* base, intptr_t stride, int32_t im
 #endif
 
 void AreaSampleSpan(const PixelImage& image, const float* upper, const float* lower, int32_t count, PF_Pixel* out,
-                    AreaSampleCache* cache) {
-#ifdef TARVO_AREA_SPAN_SSE2
+                    AreaSampleCache* cache, [[maybe_unused]] SimdLevel simd) {
+#ifdef TARVO_SSE2_PATHS
   const int32_t imageHeight = image.Height(), imageWidth = image.Width();
-  const SimdLevel simd = ActiveSimd();
   if (simd != SimdLevel::kScalar && image.HasPixels() && imageHeight > 0 && imageWidth > 0) {
     const uint8_t* base = image.BaseAddress();
     const intptr_t stride = image.RowBytes();

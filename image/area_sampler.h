@@ -13,6 +13,7 @@
 
 #include "pf_pixel.h"
 #include "pixel_image.h"
+#include "simd_level.h"
 
 namespace tarvo {
 
@@ -99,7 +100,8 @@ class AreaSampleCache {
 // divisions done a pixel at a time in vector registers; any other box goes
 // through AreaSampleQuad.
 // Boxes it does not take go through AreaSampleQuad with cache.
+// simd: the widest loops to use.
 void AreaSampleSpan(const PixelImage& image, const float* upper, const float* lower, int32_t count, PF_Pixel* out,
-                    AreaSampleCache* cache = nullptr);
+                    AreaSampleCache* cache = nullptr, SimdLevel simd = ActiveSimd());
 
 }  // namespace tarvo

@@ -8,8 +8,6 @@
 
 #include <immintrin.h>
 
-#define TARVO_AVX2 __attribute__((target("avx2")))
-#define TARVO_AVX2_INLINE __attribute__((target("avx2"), always_inline)) inline
 
 namespace tarvo::avx2 {
 namespace {

@@ -10,8 +10,6 @@
 #include <immintrin.h>
 #include <string.h>
 
-#define TARVO_AVX2 __attribute__((target("avx2")))
-#define TARVO_AVX2_INLINE __attribute__((target("avx2"), always_inline)) inline
 
 namespace tarvo::avx2 {
 namespace {

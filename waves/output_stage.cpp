@@ -13,8 +13,8 @@
 
 #include <algorithm>
 
-#if defined(__SSE2__) || defined(_M_X64) || (defined(_M_IX86_FP) && _M_IX86_FP >= 2)
-#define TARVO_OUTPUT_SSE2 1
+#include "simd_level.h"
+#ifdef TARVO_SSE2_PATHS
 #include <emmintrin.h>
 #endif
 
@@ -85,7 +85,7 @@ inline void AddZero(MapPoint& p) {
 
 // ApplyPin for a grid position ≥ 0, both coordinates at once: the weight
 // as a (pin, keep) pair of doubles, the grid position as (y, x).
-#ifdef TARVO_OUTPUT_SSE2
+#ifdef TARVO_SSE2_PATHS
 struct PinPair {
   __m128d pin, keep;
 };
@@ -103,7 +103,7 @@ inline void PinPoint(__m128d grid, MapPoint& p, const PinPair& w) {
 #endif
 
 inline void PinPoint(int32_t y, int32_t x, MapPoint& p, const PinWeight& w) {
-#ifdef TARVO_OUTPUT_SSE2
+#ifdef TARVO_SSE2_PATHS
   PinPoint(_mm_setr_pd(static_cast<double>(y), static_cast<double>(x)), p, Widen(w));
 #else
   p.column = Pull(x, p.column, w);
@@ -186,7 +186,7 @@ using FreeRuns = PinFreeRuns;
 // (quietened) can change, so only blocks holding one are written.
 void AddZeroRange(MapPoint* p, int32_t first, int32_t end) {
   int32_t x = first;
-#ifdef TARVO_OUTPUT_SSE2
+#ifdef TARVO_SSE2_PATHS
   const __m128i negativeZero = _mm_set1_epi32(static_cast<int32_t>(0x80000000u));
   for (; x + 2 <= end; x += 2) {
     float* f = &p[x].row;
@@ -202,10 +202,10 @@ void AddZeroRange(MapPoint* p, int32_t first, int32_t end) {
 // Pins the points first .. last of one map row: by the column profile
 // where it is not free, then by the row weight.
 void PinRow(int32_t y, MapPoint* p, int32_t first, int32_t last, const PinWeight* columnWeight,
-            const PinWeight& rowWeight, const FreeRuns& runs) {
+            const PinWeight& rowWeight, const FreeRuns& runs, [[maybe_unused]] SimdLevel simd) {
   const bool rowFree = IsFree(rowWeight);
 #ifdef TARVO_AVX2_PATHS
-  const bool avx2Pins = ActiveSimd() == SimdLevel::kAvx2;
+  const bool avx2Pins = simd == SimdLevel::kAvx2;
 #endif
   // A free pull leaves a coordinate as coordinate + 0, and a real pull
   // gives the same whether or not that was done first. Points first .. end
@@ -214,7 +214,7 @@ void PinRow(int32_t y, MapPoint* p, int32_t first, int32_t last, const PinWeight
 #ifdef TARVO_AVX2_PATHS
     if (avx2Pins) from = avx2::PinPoints(y, p, from, end, columnWeight, rowWeight, true, rowFree);
 #endif
-#ifdef TARVO_OUTPUT_SSE2
+#ifdef TARVO_SSE2_PATHS
     const PinPair row = Widen(rowWeight);
     __m128d grid = _mm_setr_pd(static_cast<double>(y), static_cast<double>(from));
     const __m128d step = _mm_setr_pd(0.0, 1.0);
@@ -254,7 +254,7 @@ void PinRow(int32_t y, MapPoint* p, int32_t first, int32_t last, const PinWeight
 #ifdef TARVO_AVX2_PATHS
       if (avx2Pins) c = avx2::PinPoints(y, p, c, runEnd, columnWeight, rowWeight, false, false);
 #endif
-#ifdef TARVO_OUTPUT_SSE2
+#ifdef TARVO_SSE2_PATHS
       const PinPair w = Widen(rowWeight);
       __m128d grid = _mm_setr_pd(static_cast<double>(y), static_cast<double>(c));
       for (; c < runEnd; ++c, grid = _mm_add_pd(grid, _mm_setr_pd(0.0, 1.0))) {
@@ -295,7 +295,7 @@ void MapRowPinner::PinWritten(int32_t y) const {
   if (!active_ || !map_.rowWritten[y] || y >= pins_.rowCount) return;
   const int32_t first = std::max(map_.rowFirst[y], 0);
   const int32_t last = std::min({map_.rowLast[y], map_.cols - 1, pins_.columnCount - 1});
-  PinRow(y, &map_.At(y, 0), first, last, pins_.columns, pins_.rows[y], runs_);
+  PinRow(y, &map_.At(y, 0), first, last, pins_.columns, pins_.rows[y], runs_, map_.setup.simd);
 }
 
 void PinSourceMap(SourceMap& map, const PinProfiles& pins) {
@@ -412,7 +412,7 @@ void NearestRow(const RenderSetup& setup, const MapPoint* p, int32_t first, int3
   const int32_t height = setup.height, width = setup.width;
   const double maxRow = height, maxColumn = width;
   int32_t x = first;
-#ifdef TARVO_OUTPUT_SSE2
+#ifdef TARVO_SSE2_PATHS
   // Four points at a time: the bounds compared in single precision (the
   // size is exact there), the rounding r + 0.5 in double as below; only
   // the pixel reads one at a time.
@@ -485,7 +485,7 @@ void BilinearRow(const RenderSetup& setup, const MapPoint* p, int32_t first, int
     const PF_Pixel* top = reinterpret_cast<const PF_Pixel*>(base + stride * r0);
     const bool rightIn = c0 + 1 < width;
     const bool bottomIn = r0 + 1 < height;
-#ifdef TARVO_OUTPUT_SSE2
+#ifdef TARVO_SSE2_PATHS
     // The four neighbours' channels as 32-bit lanes (alpha, red, green,
     // blue); each channel mixed in double precision in the scalar order,
     // the pairs (alpha, red) and (green, blue) side by side.
@@ -540,7 +540,7 @@ void BilinearRow(const RenderSetup& setup, const MapPoint* p, int32_t first, int
 #ifdef TARVO_AVX2_PATHS
   // Eight points at a time; those on the source's last row or column are
   // left to the loop above.
-  if (ActiveSimd() == SimdLevel::kAvx2 && height > 0 && width > 0) {
+  if (setup.simd == SimdLevel::kAvx2 && height > 0 && width > 0) {
     constexpr int32_t kMaxGroups = 256;
     uint8_t rest[kMaxGroups];
     while (x + 8 <= end) {
@@ -604,7 +604,7 @@ void ResampleOutput(SourceMap& map, PixelImage& destination) {
     if (setup.samplingMode == kSampleArea) {
       if (sampleEnd > spanFirst) {
         AreaSampleSpan(*src, &upper[spanFirst].row, &lower[spanFirst].row, sampleEnd - spanFirst, out + spanFirst,
-                       &areaCache);
+                       &areaCache, setup.simd);
       }
     } else if (setup.samplingMode == kSampleBilinear) {
       BilinearRow(setup, upper, spanFirst, sampleEnd, out);

@@ -7,7 +7,6 @@
 
 #include <immintrin.h>
 
-#define TARVO_AVX2 __attribute__((target("avx2")))
 
 namespace tarvo::avx2 {
 

@@ -6,6 +6,7 @@
 
 #include "pf_pixel.h"
 #include "pixel_image.h"
+#include "simd_level.h"
 
 namespace tarvo {
 
@@ -20,6 +21,9 @@ struct RenderSetup {
   int32_t height;
   int32_t samplingMode;
   PF_Pixel background;
+  // The vector width of every stage of the render, chosen once by the
+  // driver (set-ups made elsewhere take the widest allowed).
+  SimdLevel simd = ActiveSimd();
 };
 
 // A source position: row (vertical) then column (horizontal), source pixels.

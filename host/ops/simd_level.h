@@ -6,9 +6,17 @@
 
 #include <stdint.h>
 
+// TARVO_SSE2_PATHS: the build's baseline has SSE2 (four-wide loops).
+// TARVO_AVX2_PATHS: eight-wide loops can be compiled, each function marked
+// TARVO_AVX2 (or TARVO_AVX2_INLINE for helpers that must be inlined).
+#if defined(__SSE2__) || defined(_M_X64) || (defined(_M_IX86_FP) && _M_IX86_FP >= 2)
+#define TARVO_SSE2_PATHS 1
+#endif
 #if (defined(__GNUC__) || defined(__clang__)) && (defined(__x86_64__) || defined(__i386__)) && \
-    (defined(__SSE2__) || defined(__x86_64__))
+    defined(TARVO_SSE2_PATHS)
 #define TARVO_AVX2_PATHS 1
+#define TARVO_AVX2 __attribute__((target("avx2")))
+#define TARVO_AVX2_INLINE __attribute__((target("avx2"), always_inline)) inline
 #endif
 
 namespace tarvo {

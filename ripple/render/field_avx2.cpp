@@ -5,14 +5,13 @@
 
 #include "field_simd.h"
 
-#ifdef TARVO_FIELD_AVX2
+#ifdef TARVO_AVX2_PATHS
 
 #include <immintrin.h>
 
 #include "field_spreading.h"
 #include "geometry.h"
 
-#define TARVO_AVX2 __attribute__((target("avx2")))
 
 namespace tarvo::avx2 {
 
@@ -301,21 +300,6 @@ TARVO_AVX2 bool StretchedEight(const FieldKernel& k, __m256 d, __m256 a, bool cl
   return true;
 }
 
-// One entry at horizontal offset x, as the per-entry code computes it.
-inline void CircularOne(const FieldKernel& k, float y, double yy, float x, Polar& polar, Displacement& disp) {
-  const float d = static_cast<float>(sqrt(static_cast<double>(x) * x + yy));
-  polar = {d, static_cast<float>(FastAtan2(y, x) * kDegreesPerRadian)};
-  disp = k.Circular(d);
-}
-
-inline void StretchedOne(const FieldKernel& k, float y, double yy, float x, bool clampFade, Polar& polar,
-                         Displacement& disp) {
-  const float d = static_cast<float>(sqrt(static_cast<double>(x) * x + yy));
-  const float a = static_cast<float>(FastAtan2(y, x) * kDegreesPerRadian);
-  polar = {d, a};
-  disp = k.Stretched(d, a, clampFade);
-}
-
 // Four entries' polar and displacement pairs as four doubles each:
 // distance, direction, radial, angular.
 struct EntryLanes {
@@ -355,15 +339,10 @@ TARVO_AVX2 inline void StoreBackward(MapPoint* at, __m256d rows, __m256d columns
   _mm256_storeu_ps(&at[-3].row, _mm256_castpd_ps(reversed));
 }
 
-struct RawWriter {
-  MapPoint* row;
-  void Put(int32_t column, float r, float c) { row[column] = MapPoint{r, c}; }
-};
-
 // Entries begin..end − 1 one at a time, as the per-entry writers do.
 void SymmetricOneByOne(const Polar* polar, const Displacement* disp, int32_t begin, int32_t end, double cy,
                        double cx, int32_t centreCol, MapPoint* upper, MapPoint* lower, bool right, bool left) {
-  RawWriter up{upper ? upper : lower}, lo{lower ? lower : upper};
+  MapRowWriter up{upper ? upper : lower}, lo{lower ? lower : upper};
   for (int32_t i = begin; i < end; ++i) {
     SpreadEntry(polar[i], disp[i], upper != nullptr, lower != nullptr, right, left, cy, cx, g_sineTable.entries,
                 centreCol + 1 + i, centreCol - i, up, lo);
@@ -372,13 +351,10 @@ void SymmetricOneByOne(const Polar* polar, const Displacement* disp, int32_t beg
 
 void RotatedOneByOne(const Polar* polar, const Displacement* disp, int32_t begin, int32_t end, double cy,
                      double cx, MapPoint* upper, int32_t upperShift, MapPoint* lower, int32_t lowerShift) {
+  MapRowWriter up{upper}, lo{lower};
   for (int32_t c = begin; c < end; ++c) {
-    const double theta = static_cast<double>(polar[c].direction) + disp[c].angular;
-    const double rp = static_cast<double>(polar[c].distance) + disp[c].radial;
-    const double s = ReadWave(static_cast<float>(theta), g_sineTable.entries);
-    const double co = ReadWave(static_cast<float>(theta + 90.0), g_sineTable.entries);
-    if (upper) upper[c - upperShift] = MapPoint{static_cast<float>(cy - rp * s), static_cast<float>(cx + rp * co)};
-    if (lower) lower[lowerShift - c] = MapPoint{static_cast<float>(cy + rp * s), static_cast<float>(cx - rp * co)};
+    SpreadRotatedEntry(polar[c], disp[c], upper != nullptr, lower != nullptr, cy, cx, g_sineTable.entries,
+                       c - upperShift, lowerShift - c, up, lo);
   }
 }
 
@@ -441,7 +417,7 @@ TARVO_AVX2 int32_t CircularRow(const FieldKernel& k, float y, double yy, int32_t
   for (; i + 8 <= end; i += 8) {
     const float x = static_cast<float>(0.5 + i);
     if (!CircularEight(k, y, yy, x, polar + i, disp + i)) {
-      for (int32_t j = i; j < i + 8; ++j) CircularOne(k, y, yy, static_cast<float>(0.5 + j), polar[j], disp[j]);
+      for (int32_t j = i; j < i + 8; ++j) k.CircularEntry(y, yy, static_cast<float>(0.5 + j), polar[j], disp[j]);
     }
   }
   return i;
@@ -461,7 +437,7 @@ TARVO_AVX2 int32_t StretchedRow(const FieldKernel& k, float y, double yy, int32_
       continue;
     }
     for (int32_t j = i; j < i + 8; ++j) {
-      StretchedOne(k, y, yy, static_cast<float>(j + columnShift - 0.5), clampFade, polar[j], disp[j]);
+      k.StretchedEntry(y, yy, static_cast<float>(j + columnShift - 0.5), clampFade, polar[j], disp[j]);
     }
   }
   return i;

@@ -91,6 +91,20 @@ struct FieldKernel {
     }
     return {static_cast<float>(radial), static_cast<float>(Twirl(angular, d))};
   }
+
+  // One entry at offset (x, y) from the centre, yy = y²: its polar position
+  // and displacement. Every vector width falls back on these.
+  void CircularEntry(float y, double yy, float x, Polar& polar, Displacement& disp) const {
+    const float d = static_cast<float>(sqrt(static_cast<double>(x) * x + yy));
+    polar = {d, static_cast<float>(FastAtan2(y, x) * kDegreesPerRadian)};
+    disp = Circular(d);
+  }
+  void StretchedEntry(float y, double yy, float x, bool clampFade, Polar& polar, Displacement& disp) const {
+    const float d = static_cast<float>(sqrt(static_cast<double>(x) * x + yy));
+    const float a = static_cast<float>(FastAtan2(y, x) * kDegreesPerRadian);
+    polar = {d, a};
+    disp = Stretched(d, a, clampFade);
+  }
 };
 
 inline FieldKernel MakeKernel(const RippleRenderer& rr) {

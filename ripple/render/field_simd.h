@@ -1,5 +1,6 @@
-// The eight-wide (AVX2) row loops of the field and the spreading, used when
-// ActiveSimd() allows (simd_level.h). Every width gives the same bits.
+// The four-wide (SSE2) and eight-wide (AVX2) row loops of the field and the
+// spreading, used at the render's vector width (RenderSetup::simd). Every
+// width gives the same bits.
 #pragma once
 
 #include <stdint.h>
@@ -10,13 +11,26 @@
 #include "source_map.h"
 #include "table_reads.h"
 
-#if defined(TARVO_TABLE_READS_SSE2) && defined(TARVO_AVX2_PATHS)
-#define TARVO_FIELD_AVX2 1
-#endif
-
 namespace tarvo {
 
-#ifdef TARVO_FIELD_AVX2
+#ifdef TARVO_SSE2_PATHS
+namespace sse2 {
+
+// Four entries at a time, as avx2::CircularRow and avx2::StretchedRow below.
+int32_t CircularRow(const FieldKernel& k, float y, double yy, int32_t begin, int32_t end, Polar* polar,
+                    Displacement* disp);
+int32_t StretchedRow(const FieldKernel& k, float y, double yy, int32_t begin, int32_t end, int32_t columnShift,
+                     bool clampFade, Polar* polar, Displacement* disp);
+
+// Spreading, entries begin..end − 1 of a symmetric quadrant row whose four
+// points all lie in the frame (map rows upper and lower both inside).
+void SpreadFourPointRun(const Polar* polar, const Displacement* disp, int32_t begin, int32_t end, double cy,
+                        double cx, int32_t centreCol, MapPoint* upper, MapPoint* lower);
+
+}  // namespace sse2
+#endif
+
+#ifdef TARVO_AVX2_PATHS
 namespace avx2 {
 
 // Entries begin, begin + 8, ... of a Circular row (horizontal offset

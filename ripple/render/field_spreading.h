@@ -53,41 +53,26 @@ inline void SpreadEntry(const Polar& polar, const Displacement& disp, bool up, b
   }
 }
 
-#ifdef TARVO_TABLE_READS_SSE2
-// All four points of an entry whose points all lie in the frame, the same
-// arithmetic with the four table reads at once and each (row, column)
-// pair in one register. False (nothing written) when an angle lies outside
-// the first period.
+// A rotated entry's point (direction a) and its reflection through the
+// centre, each only when asked for.
 template <class Writer>
-inline bool SpreadFourPoints(const Polar& polar, const Displacement& disp, double cy, double cx, const int32_t* sine,
-                             int32_t rightCol, int32_t leftCol, Writer& upper, Writer& lower) {
-  const double a = polar.direction;
-  const double dTheta = disp.angular;
+inline void SpreadRotatedEntry(const Polar& polar, const Displacement& disp, bool upPoint, bool loPoint, double cy,
+                               double cx, const int32_t* sine, int32_t upCol, int32_t loCol, Writer& upper,
+                               Writer& lower) {
+  const double theta = static_cast<double>(polar.direction) + disp.angular;
   const double rp = static_cast<double>(polar.distance) + disp.radial;
-  const double theta = a + dTheta;
-  const double b = dTheta - (a - 180.0);
-  const __m128 angles =
-      _mm_movelh_ps(_mm_cvtpd_ps(_mm_setr_pd(theta, theta + 90.0)), _mm_cvtpd_ps(_mm_setr_pd(b, b + 90.0)));
-  __m128 sinCos;  // sin θ, cos θ, sin b, cos b
-  if (!ReadWave4(angles, sine, &sinCos)) return false;
-  const __m128d r = _mm_set1_pd(rp);
-  const __m128d pa = _mm_mul_pd(r, _mm_cvtps_pd(sinCos));                        // rp·sin θ, rp·cos θ
-  const __m128d pb = _mm_mul_pd(r, _mm_cvtps_pd(_mm_movehl_ps(sinCos, sinCos)));  // rp·sin b, rp·cos b
-  const __m128d centre = _mm_setr_pd(cy, cx);
-  auto put = [](Writer& row, int32_t column, __m128d point) {
-    const __m128 f = _mm_cvtpd_ps(point);
-    row.Put(column, _mm_cvtss_f32(f), _mm_cvtss_f32(_mm_shuffle_ps(f, f, 1)));
-  };
-  // (cy − p.sin, cx + p.cos) above, (cy + p.sin, cx − p.cos) below.
-  const __m128d plusA = _mm_add_pd(centre, pa), minusA = _mm_sub_pd(centre, pa);
-  const __m128d plusB = _mm_add_pd(centre, pb), minusB = _mm_sub_pd(centre, pb);
-  put(upper, rightCol, _mm_move_sd(plusA, minusA));
-  put(lower, leftCol, _mm_move_sd(minusA, plusA));
-  put(upper, leftCol, _mm_move_sd(plusB, minusB));
-  put(lower, rightCol, _mm_move_sd(minusB, plusB));
-  return true;
+  const double s = ReadWave(static_cast<float>(theta), sine);
+  const double co = ReadWave(static_cast<float>(theta + 90.0), sine);
+  if (upPoint) upper.Put(upCol, static_cast<float>(cy - rp * s), static_cast<float>(cx + rp * co));
+  if (loPoint) lower.Put(loCol, static_cast<float>(cy + rp * s), static_cast<float>(cx - rp * co));
 }
-#endif
+
+// Writes into one row of the source map.
+struct MapRowWriter {
+  MapPoint* row;
+  void Put(int32_t column, float r, float c) { row[column] = MapPoint{r, c}; }
+};
+
 
 // Calls run(b, e) for the pieces of begin..end − 1 that the cuts divide it
 // into, in order.
@@ -120,9 +105,9 @@ inline void FinishRows(Sink& sink, bool up, int32_t upRow, bool lo, int32_t loRo
 
 // Whether the spreading runs in AVX2 for this sink.
 template <class Sink>
-inline bool SpreadWide() {
-#ifdef TARVO_FIELD_AVX2
-  if constexpr (kWritesMapRows<Sink>) return ActiveSimd() == SimdLevel::kAvx2;
+inline bool SpreadWide([[maybe_unused]] const RippleRenderer& rr) {
+#ifdef TARVO_AVX2_PATHS
+  if constexpr (kWritesMapRows<Sink>) return rr.setup->simd == SimdLevel::kAvx2;
 #endif
   return false;
 }
@@ -130,7 +115,7 @@ inline bool SpreadWide() {
 // Quadrant rows jBegin .. jEnd − 1; different rows write different map rows.
 template <class Sink>
 void SpreadSymmetric(const RippleRenderer& rr, Sink& sink, int32_t jBegin, int32_t jEnd) {
-  [[maybe_unused]] const bool wide = SpreadWide<Sink>();
+  [[maybe_unused]] const bool wide = SpreadWide<Sink>(rr);
   const QuadrantField& q = *rr.quadrant;
   const int32_t* sine = g_sineTable.entries;
   const int32_t cc = rr.centreCol;
@@ -150,7 +135,7 @@ void SpreadSymmetric(const RippleRenderer& rr, Sink& sink, int32_t jBegin, int32
     const int32_t rBegin = std::max(0, -cc - 1), rEnd = std::min(n, w - cc);
     const int32_t lBegin = std::max(0, cc - w), lEnd = std::min(n, cc + 1);
     const ColumnRange reach = rr.SymmetricReach(j, n);
-#ifdef TARVO_FIELD_AVX2
+#ifdef TARVO_AVX2_PATHS
     if constexpr (kWritesMapRows<Sink>) {
       if (wide) {
         MapPoint* upperRow = up ? sink.RowData(upRow) : nullptr;
@@ -176,14 +161,17 @@ void SpreadSymmetric(const RippleRenderer& rr, Sink& sink, int32_t jBegin, int32
                   cc + 1 + i, cc - i, upper, lower);
     };
     int32_t i = reach.begin;
-#ifdef TARVO_TABLE_READS_SSE2
-    if (up && lo) {
-      // Entries with all four points in the frame.
-      const int32_t fourBegin = std::max({rBegin, lBegin, reach.begin});
-      const int32_t fourEnd = std::min({rEnd, lEnd, reach.end});
-      for (; i < fourBegin && i < reach.end; ++i) general(i);
-      for (; i < fourEnd; ++i) {
-        if (!SpreadFourPoints(polar[i], disp[i], cy, cx, sine, cc + 1 + i, cc - i, upper, lower)) general(i);
+#ifdef TARVO_SSE2_PATHS
+    if constexpr (kWritesMapRows<Sink>) {
+      if (up && lo && rr.setup->simd != SimdLevel::kScalar) {
+        // Entries with all four points in the frame.
+        const int32_t fourBegin = std::max({rBegin, lBegin, reach.begin});
+        const int32_t fourEnd = std::min({rEnd, lEnd, reach.end});
+        for (; i < fourBegin && i < reach.end; ++i) general(i);
+        if (i < fourEnd) {
+          sse2::SpreadFourPointRun(polar, disp, i, fourEnd, cy, cx, cc, sink.RowData(upRow), sink.RowData(loRow));
+          i = fourEnd;
+        }
       }
     }
 #endif
@@ -199,7 +187,7 @@ void SpreadSymmetric(const RippleRenderer& rr, Sink& sink, int32_t jBegin, int32
 // output, kept so that renders match it pixel for pixel.
 template <class Sink>
 void SpreadRotated(const RippleRenderer& rr, Sink& sink, int32_t jBegin, int32_t jEnd) {
-  [[maybe_unused]] const bool wide = SpreadWide<Sink>();
+  [[maybe_unused]] const bool wide = SpreadWide<Sink>(rr);
   const QuadrantField& q = *rr.quadrant;
   const EllipseSpans& spans = *rr.spans;
   const int32_t* sine = g_sineTable.entries;
@@ -219,7 +207,7 @@ void SpreadRotated(const RippleRenderer& rr, Sink& sink, int32_t jBegin, int32_t
     if (!up && !lo) continue;
 
     const ColumnRange reach = rr.RotatedReach(j);
-#ifdef TARVO_FIELD_AVX2
+#ifdef TARVO_AVX2_PATHS
     if constexpr (kWritesMapRows<Sink>) {
       if (wide) {
         // Buffer columns whose upper point, and whose lower point, is written.
@@ -250,13 +238,7 @@ void SpreadRotated(const RippleRenderer& rr, Sink& sink, int32_t jBegin, int32_t
       const int32_t upCol = c - ls, loCol = rs - c;
       const bool upPoint = up && upCol >= uFirst && upCol <= uLast;
       const bool loPoint = lo && loCol >= lFirst && loCol <= lLast;
-      if (!upPoint && !loPoint) continue;
-      const double theta = static_cast<double>(polar[c].direction) + disp[c].angular;
-      const double rp = static_cast<double>(polar[c].distance) + disp[c].radial;
-      const double s = ReadWave(static_cast<float>(theta), sine);
-      const double co = ReadWave(static_cast<float>(theta + 90.0), sine);
-      if (upPoint) upper.Put(upCol, static_cast<float>(cy - rp * s), static_cast<float>(cx + rp * co));
-      if (loPoint) lower.Put(loCol, static_cast<float>(cy + rp * s), static_cast<float>(cx - rp * co));
+      if (upPoint || loPoint) SpreadRotatedEntry(polar[c], disp[c], upPoint, loPoint, cy, cx, sine, upCol, loCol, upper, lower);
     }
     FinishRows(sink, up, upRow, lo, loRow);
   }
@@ -282,10 +264,7 @@ struct SourceMapSink {
   SourceMap& map;
   const MapRowPinner* pinner = nullptr;
 
-  struct Writer {
-    MapPoint* row;
-    void Put(int32_t column, float r, float c) { row[column] = MapPoint{r, c}; }
-  };
+  using Writer = MapRowWriter;
 
   static constexpr bool kWritesMapRows = true;
 

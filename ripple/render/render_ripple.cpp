@@ -89,7 +89,7 @@ void RenderRipple(const PixelImage& source, PixelImage& destination, const Rippl
     return;
   }
 
-  const RenderSetup setup{&source, width, height, mode, kTransparentBlack};
+  const RenderSetup setup{&source, width, height, mode, kTransparentBlack, ActiveSimd()};
   RippleRenderer renderer(setup, inputs, rippleWave);
   if (!renderer.ready) {
     ReportOutOfMemory();

@@ -5,10 +5,6 @@
 #include <math.h>
 #include <stdint.h>
 
-#if defined(__SSE2__) || defined(_M_X64) || (defined(_M_IX86_FP) && _M_IX86_FP >= 2)
-#define TARVO_TABLE_READS_SSE2 1
-#include <emmintrin.h>
-#endif
 
 #include "fixed_point.h"
 #include "geometry.h"
@@ -72,38 +68,6 @@ inline float ReadWave(float angle, const int32_t* entries) {
 
 inline float ReadWave(float angle, const WaveTable& table) { return ReadWave(angle, table.entries); }
 
-#ifdef TARVO_TABLE_READS_SSE2
-// (e[i] × (256 − f) + e[i + 1] × f) >> 8 for four indices and fractions,
-// then divided by 65536: the tables' 1/256 interpolation.
-inline __m128 Interpolate4(const int32_t* entries, __m128i index, __m128i frac) {
-  alignas(16) int32_t at[4];
-  _mm_store_si128(reinterpret_cast<__m128i*>(at), index);
-  const __m128i p0 = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(entries + at[0]));
-  const __m128i p1 = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(entries + at[1]));
-  const __m128i p2 = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(entries + at[2]));
-  const __m128i p3 = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(entries + at[3]));
-  const __m128i q01 = _mm_unpacklo_epi32(p0, p1), q23 = _mm_unpacklo_epi32(p2, p3);
-  const __m128 e0 = _mm_cvtepi32_ps(_mm_unpacklo_epi64(q01, q23));
-  const __m128 e1 = _mm_cvtepi32_ps(_mm_unpackhi_epi64(q01, q23));
-  const __m128 sum = _mm_add_ps(_mm_mul_ps(e0, _mm_cvtepi32_ps(_mm_sub_epi32(_mm_set1_epi32(256), frac))),
-                                _mm_mul_ps(e1, _mm_cvtepi32_ps(frac)));
-  const __m128i v = _mm_srai_epi32(_mm_cvttps_epi32(sum), 8);
-  return _mm_mul_ps(_mm_cvtepi32_ps(v), _mm_set1_ps(1.0f / 65536.0f));
-}
-
-// ReadWave at four angles at once, when all four lie in [0, 360); false
-// (nothing written) otherwise. The interpolation runs in single precision,
-// where it is exact: for entries of at most 2^16 in magnitude every
-// product and the sum are integers of at most 2^24.
-inline bool ReadWave4(__m128 angles, const int32_t* entries, __m128* values) {
-  const __m128 inside = _mm_and_ps(_mm_cmpge_ps(angles, _mm_setzero_ps()), _mm_cmplt_ps(angles, _mm_set1_ps(360.0f)));
-  if (_mm_movemask_ps(inside) != 15) return false;
-  const __m128i t = _mm_cvttps_epi32(_mm_mul_ps(angles, _mm_set1_ps(65536.0f)));
-  const __m128i f = _mm_and_si128(_mm_srli_epi32(t, 8), _mm_set1_epi32(255));
-  *values = Interpolate4(entries, _mm_srai_epi32(t, 16), f);
-  return true;
-}
-#endif
 
 // arctan(x) in radians for 0 ≤ x ≤ 1 from g_arcTanTable.
 inline float ReadArcTan(float x) {

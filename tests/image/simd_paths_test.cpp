@@ -184,9 +184,10 @@ TEST(SimdPaths, PinnedMapsAreTheSameAtEveryWidth) {
       ASSERT_TRUE(pins.ok);
       std::vector<std::vector<MapPoint>> results;
       const uint32_t seed = rng();
-      AtEachWidth([&](SimdLevel) {
+      AtEachWidth([&](SimdLevel level) {
         SourceMap map(h + 1, w + 1, setup);
         ASSERT_TRUE(map.ok);
+        map.setup.simd = level;
         std::mt19937 local(seed);  // the same points at every width
         std::uniform_real_distribution<float> jitter(-3.0f, 3.0f);
         std::uniform_int_distribution<int> pick(0, 11), col(0, w);

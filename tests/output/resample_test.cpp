@@ -156,6 +156,7 @@ TEST_F(Resample, RowLoopsMatchThePerPixelSamplers) {
         }
         for (const SimdLevel level : {SimdLevel::kScalar, SimdLevel::kSse2, SimdLevel::kAvx2}) {
           LimitSimd(level);
+          map.setup.simd = ActiveSimd();  // the widest the processor has, up to level
           ResampleOutput(map, dst.image);
           for (int y = 0; y < 17; ++y)
             for (int x = 0; x < 23; ++x) {
