@@ -31,14 +31,6 @@ inline int64_t IntPart(int64_t f) { return f >> 16; }
 
 inline double FixedToFloat64(int64_t f) { return static_cast<double>(f) / 65536.0; }
 
-// min(255, truncated v); a quotient beyond the int32 range still clamps to
-// 255, and a value that is not a number reads as 0.
-inline uint8_t ClampChannel(double v) {
-  if (v >= 255.0) return 255;
-  if (!(v > 0.0)) return 0;
-  return static_cast<uint8_t>(TruncToInt32(v));
-}
-
 }  // namespace
 
 AxisExtent QuadAxisExtent(float a, float b, float c, float d, int16_t size) {

@@ -14,9 +14,19 @@
 
 #include <stdint.h>
 
+#include "fixed_point.h"
 #include "pf_pixel.h"
 
 namespace tarvo {
+
+// A channel value from a mix or an average: min(255, truncated v); a value
+// beyond the int32 range still clamps to 255, one that is not a number
+// reads as 0.
+inline uint8_t ClampChannel(double v) {
+  if (v >= 255.0) return 255;
+  if (!(v > 0.0)) return 0;
+  return static_cast<uint8_t>(TruncToInt32(v));
+}
 
 // top, left, bottom, right; bottom and right exclusive.
 struct ShortRect {

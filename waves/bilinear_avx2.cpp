@@ -89,7 +89,7 @@ TARVO_AVX2_INLINE uint32_t Group(const uint8_t* base, intptr_t stride, int32_t h
     v = _mm256_add_pd(v, _mm256_mul_pd(Channels(p + 4), _mm256_broadcast_sd(&w01[k])));
     v = _mm256_add_pd(v, _mm256_mul_pd(Channels(p + stride), _mm256_broadcast_sd(&w10[k])));
     v = _mm256_add_pd(v, _mm256_mul_pd(Channels(p + stride + 4), _mm256_broadcast_sd(&w11[k])));
-    // Channel(): 255 and above give 255; a mix below 0 lies above −1 and
+    // ClampChannel: 255 and above give 255; a mix below 0 lies above −1 and
     // truncates to 0 as it is.
     const __m128i channels = _mm256_cvttpd_epi32(_mm256_min_pd(v, top));
     const __m128i bytes = _mm_packus_epi16(_mm_packs_epi32(channels, channels), channels);

@@ -1,7 +1,9 @@
-// Pinning and output resampling: from the source map to the output image.
+// Pinning (pinning.cpp) and output resampling (resampling.cpp): from the
+// source map to the output image.
 #pragma once
 
 #include <stdint.h>
+#include <string.h>
 
 #include "pf_pixel.h"
 #include "pixel_image.h"
@@ -12,6 +14,14 @@ namespace tarvo {
 struct PinWeight {
   float pin;   // 1 holds a point at its grid position
   float keep;  // 1 − pin
+
+  // pin +0 and keep 1: grid × 0 + coordinate × 1 for a grid position ≥ 0,
+  // which is coordinate + 0.
+  bool IsFree() const {
+    uint32_t pinBits;
+    memcpy(&pinBits, &pin, sizeof pinBits);
+    return pinBits == 0 && keep == 1.0f;
+  }
 };
 
 // The Pin Mode's column and row weights of one render, owned by it: one
