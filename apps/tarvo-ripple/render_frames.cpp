@@ -168,10 +168,17 @@ void RenderFrames(const RenderJob& job, EffectSession& session, SharedState* sha
     if (shared->failed.load()) return;
     const int64_t k = shared->next.fetch_add(1);
     if (k >= count) return;
-    int code;
+    int code = kExitError;
     std::string message;
     FrameTimes t;
-    if (!renderer.Render(k, &code, &message, &t)) return Fail(shared, code, message);
+    bool rendered;
+    try {
+      rendered = renderer.Render(k, &code, &message, &t);
+    } catch (const std::bad_alloc&) {
+      rendered = false;
+      message = "out of memory rendering frame " + std::to_string(job.sequence ? job.first + k : 0);
+    }
+    if (!rendered) return Fail(shared, code, message);
     if (times) times[k] = t;
     shared->done.fetch_add(1);
     afterFrame();
