@@ -124,7 +124,9 @@ bool JpegComplete(const std::string& path) {
     fclose(f);
     return true;  // not a JPEG stream at all: the decoder says so
   }
-  for (c = next(); c == 0xFF;) {
+  for (c = next();;) {
+    while (c != 0xFF && c != EOF) c = next();  // bytes between segments are skipped, as the decoder does
+    if (c == EOF) break;
     int marker;
     do marker = next(); while (marker == 0xFF);
     if (marker == EOF) break;
@@ -355,7 +357,9 @@ class CheckedFile final : public OIIO::Filesystem::IOProxy {
       const ssize_t n = ::pwrite(fd_, p + done, size - done, static_cast<off_t>(offset) + static_cast<off_t>(done));
       if (n > 0)
         done += static_cast<size_t>(n);
-      else if (n < 0 && errno != EINTR)
+      else if (n == 0)
+        error_ = EIO;
+      else if (errno != EINTR)
         error_ = errno;
     }
     end_ = std::max(end_, offset + static_cast<int64_t>(size));
@@ -498,6 +502,7 @@ bool WriteImage(const std::string& path, const host::Image& image, std::string* 
   };
   // The replaced file's permissions (and, where allowed, owner) carry over.
   if (replacing && fchown(fd, old.st_uid, old.st_gid) != 0) {
+    // Not allowed to give it away: the new file stays ours.
   }
   if (fchmod(fd, replacing ? old.st_mode & 07777 : NewFileMode()) != 0) {
     const int err = errno;
