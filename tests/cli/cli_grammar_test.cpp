@@ -31,7 +31,6 @@ TEST(CliGrammar, OneRowPerBehaviour) {
       // Menu entries and words match ignoring case, blanks, dashes and underscores.
       {{"--waveform", "halfsine"}, 0, "", {"--waveform", "8"}},
       {{"--waveform", "Spectrum14"}, 0, "", {"--waveform", "22"}},
-      {{"--waveform", "24"}, 0, "", {}},
       {{"--pin-mode", "pinleft"}, 0, "", {"--pin-mode", "5"}},
       {{"--pin-mode", "NO_PIN"}, 0, "", {"--pin-mode", "1"}},
       {{"--twirl", "super twirl", "--antialias", "LOW"}, 0, "", {"--twirl", "3", "--antialias", "3"}},
