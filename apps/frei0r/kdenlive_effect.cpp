@@ -51,10 +51,11 @@ std::string Parameter(const ParamInfo& info, const tarvo::host::Host& host) {
   if (info.kind == Kind::Popup) {
     const auto& choices = host.Declared()[static_cast<size_t>(info.pluginIndex - 1)].choices;
     std::string values, labels;
-    for (int k = 0; k < info.numEntries; ++k) {
-      values += (k ? ";" : "") + Number((k + 0.5) / info.numEntries, 6);
-      const size_t entry = static_cast<size_t>(info.entries[k] - 1);
-      const std::string label = entry < choices.size() ? choices[entry] : std::to_string(info.entries[k]);
+    const std::vector<int32_t> entries = tarvo::frei0r::MenuEntries(info, host);
+    for (size_t k = 0; k < entries.size(); ++k) {
+      values += (k ? ";" : "") + Number((static_cast<double>(k) + 0.5) / static_cast<double>(entries.size()), 6);
+      const size_t entry = static_cast<size_t>(entries[k] - 1);
+      const std::string label = entry < choices.size() ? choices[entry] : std::to_string(entries[k]);
       labels += (k ? "," : "") + Escape(label);
     }
     x = "  <parameter type=\"list\" name=\"" + name + "\" default=\"" + Number(initial, 6) +

@@ -9,78 +9,65 @@
 namespace tarvo::frei0r {
 namespace {
 
-constexpr int32_t kWaveForms[] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12,
-                                  13, 14, 15, 16, 17, 18, 19, 20, 21, 22, 23, 24};
-constexpr int32_t kIntensities[] = {1, 2, 3};
-constexpr int32_t kTwirls[] = {1, 2, 3, 4};
-// Menu values 4 and 9 are separator lines; users never pick them.
-constexpr int32_t kPinModes[] = {1, 2, 3, 5, 6, 7, 8, 10, 11};
-constexpr int32_t kAntialias[] = {1, 2, 3};
-
-#define ENTRIES(a) a, static_cast<int>(sizeof a / sizeof a[0])
-
 const ParamInfo kInfos[kNumParams] = {
     {"Radius",
      "Radius of the rippled area (percent of width / 100); the waves fade out between the radius "
      "and twice it. Default 0.25",
-     Kind::Slider, 1, nullptr, 0},
+     Kind::Slider, 1},
     {"Center X", "Horizontal centre of the rings (fraction of the frame width, 0 = left edge). Default 0.5",
-     Kind::CenterX, 2, nullptr, 0},
+     Kind::CenterX, 2},
     {"Center Y", "Vertical centre of the rings (fraction of the frame height, 0 = top edge). Default 0.5",
-     Kind::CenterY, 2, nullptr, 0},
+     Kind::CenterY, 2},
     {"Wave Height",
      "Radial displacement at a crest: 0-1 is 0-25 percent of half the frame width. Default 0.125 "
      "(3.125 %)",
-     Kind::Slider, 3, nullptr, 0},
+     Kind::Slider, 3},
     {"Angular Wave Height",
      "Sideways displacement along the rings: 0-1 is 0-25 percent of half the frame width. Default 0",
-     Kind::Slider, 4, nullptr, 0},
+     Kind::Slider, 4},
     {"Wave Width", "Half a wavelength: 0-1 is 0-50 percent of the frame width. Default 0.125 (6.25 %)",
-     Kind::Slider, 5, nullptr, 0},
+     Kind::Slider, 5},
     {"WaveForm",
      "Wave shape in 24 steps of 1/24 (entry = value x 24 rounded down, plus 1): 1 Sine, 2 Triangle, "
      "3 Square, 4 Sawtooth, 5 Circle, 6 Semicircle, 7 Uncircle, 8 Half Sine, 9-22 Spectrum 1-14, "
      "23 and 24 two further shapes. Default 0.0208 (Sine)",
-     Kind::Popup, 6, ENTRIES(kWaveForms)},
+     Kind::Popup, 6},
     {"Frequency",
      "Wave periods per second that the rings travel: 0-1 is -150 to 150 (0.5 = still). Default "
      "0.5333 (10 per second)",
-     Kind::Slider, 7, nullptr, 0},
+     Kind::Slider, 7},
     {"Intensity",
      "Strength in 3 steps of 1/3: Low (heights x 0.1), Normal, Super (heights x 10, wave width x 5). "
      "Default 0.5 (Normal)",
-     Kind::Popup, 8, ENTRIES(kIntensities)},
+     Kind::Popup, 8},
     {"Stretch",
      "Stretch of the rings along Stretch Angle: 0-1 is -100 to 100 (0.5 = round, 1 = 11 times "
      "longer, 0 = squeezed to a tenth). Default 0.5",
-     Kind::Slider, 9, nullptr, 0},
+     Kind::Slider, 9},
     {"Stretch Angle", "Direction of the stretch: 0-1 is 0-360 degrees. Default 0.25 (90 degrees)",
-     Kind::Angle, 10, nullptr, 0},
+     Kind::Angle, 10},
     {"Twirl", "Twirl in 4 steps of 1/4: No Twirl, Twirl, Super Twirl, Hyper Twirl. Default 0.125 (No Twirl)",
-     Kind::Popup, 11, ENTRIES(kTwirls)},
+     Kind::Popup, 11},
     {"Pin Mode",
      "What stays in place, in 9 steps of 1/9: No Pin, Pin Edges, Pin Center, Pin Left, Pin Top, "
      "Pin Right, Pin Bottom, Pin Horiz, Pin Vertical. Default 0.1667 (Pin Edges)",
-     Kind::Popup, 12, ENTRIES(kPinModes)},
+     Kind::Popup, 12},
     {"Antialias",
      "Sampling in 3 steps of 1/3: High (area average; bilinear with Draft), Med (bilinear), Low "
      "(bilinear; nearest pixel with Draft). Default 0.1667 (High)",
-     Kind::Popup, 13, ENTRIES(kAntialias)},
+     Kind::Popup, 13},
     {"Chaos Blend",
-     "Mix of WaveForm with the chaos waveform: 0-1 is 0-100 percent chaos. Default 0", Kind::Slider,
-     14, nullptr, 0},
+     "Mix of WaveForm with the chaos waveform: 0-1 is 0-100 percent chaos. Default 0", Kind::Slider, 14},
     {"Chaos",
      "Chaos waveform, a position along Spectrum 1-14: 0-1 is 10-140, ten per spectrum, neighbours "
      "morphed in between. Default 0 (Spectrum 1)",
-     Kind::Slider, 15, nullptr, 0},
-    {"Phase", "Phase of the waves: 0-1 is 0-360 degrees. Default 0", Kind::Angle, 16, nullptr, 0},
+     Kind::Slider, 15},
+    {"Phase", "Phase of the waves: 0-1 is 0-360 degrees. Default 0", Kind::Angle, 16},
     {"Draft",
      "Render at the host's draft quality (Antialias High falls to Med, Low is honoured). Default 0 "
      "(full quality)",
-     Kind::Draft, 0, nullptr, 0},
+     Kind::Draft, 0},
 };
-
-#undef ENTRIES
 
 constexpr int kPluginParams = 16;
 constexpr double kFixedOne = 65536.0;
@@ -112,6 +99,15 @@ const PF_ParamDef& Declared(const host::Host& host, int pluginIndex) {
 
 const ParamInfo& Info(int index) { return kInfos[index]; }
 
+std::vector<int32_t> MenuEntries(const ParamInfo& info, const host::Host& host) {
+  const host::DeclaredParam& p = host.Declared()[static_cast<size_t>(info.pluginIndex - 1)];
+  std::vector<int32_t> entries;
+  for (int32_t v = 1; v <= p.def.u.pd.num_choices; ++v)
+    if (static_cast<size_t>(v) > p.choices.size() || p.choices[static_cast<size_t>(v - 1)].rfind("(-", 0) != 0)
+      entries.push_back(v);
+  return entries;
+}
+
 std::string CheckDeclarations(const host::Host& host) {
   const auto& declared = host.Declared();
   if (declared.size() != kPluginParams)
@@ -126,10 +122,7 @@ std::string CheckDeclarations(const host::Host& host) {
     if (s.kind == Kind::Slider && !(d.u.fd.valid_min < d.u.fd.valid_max))
       return std::string("parameter ") + s.name + " has an empty range";
     if (s.kind == Kind::Popup) {
-      const int32_t last = *std::max_element(s.entries, s.entries + s.numEntries);
-      if (d.u.pd.num_choices < last)
-        return std::string("parameter ") + s.name + " has " + std::to_string(d.u.pd.num_choices) +
-               " choices, fewer than " + std::to_string(last);
+      if (MenuEntries(s, host).empty()) return std::string("parameter ") + s.name + " has an empty menu";
     }
   }
   return "";
@@ -147,9 +140,10 @@ double InitialValue(const ParamInfo& info, const host::Host& host) {
     case Kind::Popup: {
       // The middle of the default entry's step, so rounding in a user
       // interface keeps the same entry.
-      const int32_t* e = std::find(info.entries, info.entries + info.numEntries, d.u.pd.dephault);
-      const int pos = e == info.entries + info.numEntries ? 0 : static_cast<int>(e - info.entries);
-      return (pos + 0.5) / info.numEntries;
+      const std::vector<int32_t> entries = MenuEntries(info, host);
+      const auto e = std::find(entries.begin(), entries.end(), d.u.pd.dephault);
+      const int pos = e == entries.end() ? 0 : static_cast<int>(e - entries.begin());
+      return (pos + 0.5) / static_cast<double>(entries.size());
     }
     case Kind::CenterX: return d.u.td.x_dephault / kFixedOne / 100.0;
     case Kind::CenterY: return d.u.td.y_dephault / kFixedOne / 100.0;
@@ -247,8 +241,10 @@ void ApplyValue(const ParamInfo& info, double v, host::Host& host) {
     case Kind::Angle: p.u.ad.value = RoundToFixed(v * 360.0); break;
     case Kind::Popup: {
       // A small tolerance so that k / N, however it was rounded, selects entry k + 1.
-      const int k = static_cast<int>(floor(v * info.numEntries + 1e-9));
-      p.u.pd.value = info.entries[std::clamp(k, 0, info.numEntries - 1)];
+      const std::vector<int32_t> entries = MenuEntries(info, host);
+      const int n = static_cast<int>(entries.size());
+      const int k = static_cast<int>(floor(v * n + 1e-9));
+      p.u.pd.value = entries[static_cast<size_t>(std::clamp(k, 0, n - 1))];
       break;
     }
     case Kind::CenterX:

@@ -28,13 +28,15 @@ struct ParamInfo {
   const char* explanation;
   Kind kind;
   int pluginIndex;           // 1..16 in the plug-in's parameter array; 0 for Draft
-  const int32_t* entries;    // popups: the plug-in's menu values, in frei0r order
-  int numEntries;
 };
 
 constexpr int kNumParams = 18;
 // Parameter index → its description; index must be 0..kNumParams − 1.
 const ParamInfo& Info(int index);
+
+// A popup's entries: the menu values the plug-in declares, in order, less
+// its separator lines.
+std::vector<int32_t> MenuEntries(const ParamInfo& info, const host::Host& host);
 
 // "" when the plug-in's declarations are what the table above expects
 // (sixteen parameters of the right types, menus long enough); otherwise
