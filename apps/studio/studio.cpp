@@ -117,10 +117,12 @@ FilterValue FilterValueOf(const frei0r::ParamInfo& info, host::Host& h, int32_t 
       v = (p.u.fd.value - static_cast<double>(p.u.fd.valid_min)) / (p.u.fd.valid_max - static_cast<double>(p.u.fd.valid_min));
       break;
     case Kind::Angle: v = p.u.ad.value / 65536.0 / 360.0; break;
-    case Kind::Popup:
-      for (int k = 0; k < info.numEntries; ++k)
-        if (info.entries[k] == p.u.pd.value) v = (k + 0.5) / info.numEntries;
+    case Kind::Popup: {
+      const std::vector<int32_t> entries = frei0r::MenuEntries(info, h);
+      for (size_t k = 0; k < entries.size(); ++k)
+        if (entries[k] == p.u.pd.value) v = (static_cast<double>(k) + 0.5) / static_cast<double>(entries.size());
       break;
+    }
     case Kind::CenterX: v = p.u.td.x_value / 65536.0 / width; break;
     case Kind::CenterY: v = p.u.td.y_value / 65536.0 / height; break;
     case Kind::Draft: break;
