@@ -55,7 +55,7 @@ namespace {
 
 // The two accumulation steps, inlined into the per-row and per-box loops.
 TARVO_HOT_INLINE void AccumulateWeighted(PixelSum& sum, const PF_Pixel& pixel, int32_t weight) {
-  const uint64_t w = weight == 255 ? 256u : static_cast<uint64_t>(static_cast<uint32_t>(weight));
+  const uint64_t w = static_cast<uint32_t>(CountedWeight(weight));
   sum.alpha += pixel.alpha * w;
   sum.red += pixel.red * w;
   sum.green += pixel.green * w;
@@ -220,7 +220,7 @@ PixelSum BoxSum(const PixelImage& image, int32_t x, int32_t w, int32_t y, int32_
         auto column = [&](int32_t c, int32_t weight) {
           if (c < 0) return;
           cache->RectSum(a, b, c, c, v);
-          const uint64_t wt = weight == 255 ? 256u : static_cast<uint64_t>(static_cast<uint32_t>(weight));
+          const uint64_t wt = static_cast<uint32_t>(CountedWeight(weight));
           block.alpha += v[0] * wt;
           block.red += v[1] * wt;
           block.green += v[2] * wt;
@@ -387,13 +387,6 @@ void AreaSampleCache::RectSum(int32_t rowA, int32_t rowB, int32_t colA, int32_t 
 #ifdef TARVO_SSE2_PATHS
 namespace {
 
-// Boxes the integer path takes: edges within ±16384 pixels and extents
-// below 128 pixels (so at most 129 rows and columns). Then every column
-// product fits 16 bits, every row sum times a row weight fits 32 bits and
-// every total fits 31 bits, exactly as the 64-bit sums give them.
-constexpr float kSpanEdgeLimit = 16384.0f;
-constexpr float kSpanExtentLimit = 128.0f;
-
 // One pixel's channels as four 32-bit lanes: alpha, red, green, blue.
 TARVO_HOT_INLINE __m128i SpanWiden(const uint8_t* pixel) {
   int32_t word;
@@ -509,7 +502,7 @@ __m128i SpanBoxSum(const uint8_t* base, intptr_t stride, int32_t imageHeight, in
     int32_t weight = 256;
     if (c == c0) weight -= leftCut;
     if (c == c1) weight -= rightCut;
-    return weight == 255 ? 256 : weight;
+    return CountedWeight(weight);
   };
   const __m128i firstWeight = _mm_set1_epi16(static_cast<int16_t>(columnWeight(firstCol)));
   const __m128i lastWeight = _mm_set1_epi16(static_cast<int16_t>(columnWeight(lastCol)));

@@ -24,6 +24,17 @@ struct PixelSum {
   uint64_t alpha = 0, red = 0, green = 0, blue = 0;
 };
 
+// A row's or column's coverage weight of 255 counts as 256: full.
+constexpr int32_t CountedWeight(int32_t weight) { return weight == 255 ? 256 : weight; }
+
+// Boxes the row sampler's integer path (four- and eight-wide) takes: edges
+// within ±16384 pixels and extents below 128 pixels (so at most 129 rows
+// and columns). Then every column product fits 16 bits, every row sum times
+// a row weight fits 32 bits and every total fits 31 bits, exactly as the
+// 64-bit sums give them.
+inline constexpr float kSpanEdgeLimit = 16384.0f;
+inline constexpr float kSpanExtentLimit = 128.0f;
+
 struct AxisExtent {
   float lo;        // low edge
   float extent;    // hi − lo

@@ -4,6 +4,8 @@
 // rows summed for two pixels at once (one pixel per 128-bit half).
 #include "area_span_avx2.h"
 
+#include "area_sampler.h"
+
 #ifdef TARVO_AVX2_PATHS
 
 #include <immintrin.h>
@@ -11,11 +13,6 @@
 
 namespace tarvo::avx2 {
 namespace {
-
-// The integer path's limits, as in the four-wide sampler: edges within
-// ±16384 pixels, extents below 128 pixels.
-constexpr float kEdgeLimit = 16384.0f;
-constexpr float kExtentLimit = 128.0f;
 
 // The lanes hold pixels in the order 0 1 4 5 2 3 6 7, which the in-lane
 // shuffles of Split give; kPixelOfPair[j] is the first pixel of the lane
@@ -92,8 +89,8 @@ TARVO_AVX2_INLINE uint32_t Group(const uint8_t* base, int32_t stride, __m256 hei
                                     _mm256_sub_ps(_mm256_min_ps(widthF, highH), _mm256_max_ps(zero, lowH)));
 
   const __m256 ok = _mm256_and_ps(
-      _mm256_and_ps(Within(lowV, -kEdgeLimit, kEdgeLimit), Within(lowH, -kEdgeLimit, kEdgeLimit)),
-      _mm256_and_ps(Within(extV, -1.0f, kExtentLimit), Within(extH, -1.0f, kExtentLimit)));
+      _mm256_and_ps(Within(lowV, -kSpanEdgeLimit, kSpanEdgeLimit), Within(lowH, -kSpanEdgeLimit, kSpanEdgeLimit)),
+      _mm256_and_ps(Within(extV, -1.0f, kSpanExtentLimit), Within(extH, -1.0f, kSpanExtentLimit)));
   if (_mm256_movemask_ps(ok) != 0xFF) return 0xFF;
 
   // FloatToFixed (the products are exact in single precision here), the
