@@ -17,7 +17,8 @@ writing() {
   done
   return 1
 }
-children() { awk -v p="$1" '$4 == p { print $1 }' /proc/[0-9]*/stat 2>/dev/null; }
+# (cat, not awk on the files: a process may end between the glob and the read.)
+children() { cat /proc/[0-9]*/stat 2>/dev/null | awk -v p="$1" '$4 == p { print $1 }'; }
 
 for sig in INT TERM KILL; do
   rm -f o_*
