@@ -18,6 +18,8 @@ writing() {
   return 1
 }
 # (cat, not awk on the files: a process may end between the glob and the read.)
+# Running: not yet ended (an ended orphan waits as a zombie until something reaps it).
+running() { local s; s=$(awk '{ print $3 }' "/proc/$1/stat" 2>/dev/null); [[ -n $s && $s != Z ]]; }
 children() { cat /proc/[0-9]*/stat 2>/dev/null | awk -v p="$1" '$4 == p { print $1 }'; }
 
 for sig in INT TERM KILL; do
@@ -28,8 +30,12 @@ for sig in INT TERM KILL; do
   kids=$(children $parent)
   [[ $(wc -w <<<"$kids") -eq 2 ]] || fail "expected 2 workers, found: $kids"
   kill -$sig $parent
-  sleep 2
-  for k in $kids; do kill -0 "$k" 2>/dev/null && { fail "worker $k alive 2 s after SIG$sig to its parent"; kill -9 "$k"; }; done
+  for _ in {1..20}; do
+    alive=$(for k in $kids; do running "$k" && echo "$k"; done)
+    [[ -z $alive ]] && break
+    sleep 0.1
+  done
+  for k in $alive; do fail "worker $k alive 2 s after SIG$sig to its parent"; kill -9 "$k"; done
   wait $parent 2>/dev/null
   no_temp_files
 done
