@@ -53,6 +53,7 @@ TEST(CliGrammar, OneRowPerBehaviour) {
       {{"-radius", "10"}, 2, "-radius: long options take two dashes: --radius", {}},
       {{"--radus", "10"}, 2, "unknown option --radus; did you mean --radius?", {}},
       {{"--wave-heigth", "3"}, 2, "unknown option --wave-heigth; did you mean --wave-height?", {}},
+      {{"--frekuenzy", "3"}, 2, "unknown option --frekuenzy; did you mean --frequency?", {}},
       {{"--bogus"}, 2, "unknown option --bogus (see --help)", {}},
       // Numbers beyond a double are numbers: too large is out of range, too small is 0.
       {{"--radius", "1e309"}, 2, "--radius 1e309 is outside the range 0 to 100", {}},
