@@ -8,8 +8,19 @@ namespace {
 
 // Parameter indices as the effect declares them.
 enum : int {
-  kRadius = 1, kWaveHeight = 3, kAngularWaveHeight = 4, kWaveWidth = 5, kWaveForm = 6, kIntensity = 8,
-  kStretch = 9, kStretchAngle = 10, kTwirl = 11, kPinMode = 12, kAntialias = 13, kChaosBlend = 14, kChaos = 15
+  kRadius = 1,
+  kWaveHeight = 3,
+  kAngularWaveHeight = 4,
+  kWaveWidth = 5,
+  kWaveForm = 6,
+  kIntensity = 8,
+  kStretch = 9,
+  kStretchAngle = 10,
+  kTwirl = 11,
+  kPinMode = 12,
+  kAntialias = 13,
+  kChaosBlend = 14,
+  kChaos = 15
 };
 
 PF_Fixed Fixed(double v) { return static_cast<PF_Fixed>(lround(v * 65536.0)); }

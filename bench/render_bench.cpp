@@ -93,8 +93,7 @@ int main(int argc, char** argv) {
       fprintf(stderr, "size must be WxH\n");
       return 2;
     }
-    if (size.width < 1 || size.height < 1 || size.width > 4095 || size.height > 4095 ||
-        !WritePicture(argv[2], size)) {
+    if (size.width < 1 || size.height < 1 || size.width > 4095 || size.height > 4095 || !WritePicture(argv[2], size)) {
       fprintf(stderr, "cannot write %s\n", argv[2]);
       return 1;
     }

@@ -146,11 +146,12 @@ int main(int argc, char** argv) {
     h.SetQuality(high ? PF_Quality_HI : PF_Quality_LO);
     h.SetTime(time, 1, 30);
     char what[512];
-    snprintf(what, sizeof what,
-             "r=%g c=%s%g,%g wh=%g awh=%g ww=%g wf=%d f=%g i=%d s=%g sa=%g tw=%d pin=%d aa=%d cb=%g ch=%g ph=%g q=%s t=%d",
-             radius, centred ? "default:" : "", centred ? 0.0 : cx, centred ? 0.0 : cy, waveHeight, angular, waveWidth,
-             waveform, frequency, intensity, stretch, stretchAngle, twirl, pinMode, antialias, chaosBlend, chaos, phase,
-             high ? "hi" : "lo", time);
+    snprintf(
+        what, sizeof what,
+        "r=%g c=%s%g,%g wh=%g awh=%g ww=%g wf=%d f=%g i=%d s=%g sa=%g tw=%d pin=%d aa=%d cb=%g ch=%g ph=%g q=%s t=%d",
+        radius, centred ? "default:" : "", centred ? 0.0 : cx, centred ? 0.0 : cy, waveHeight, angular, waveWidth,
+        waveform, frequency, intensity, stretch, stretchAngle, twirl, pinMode, antialias, chaosBlend, chaos, phase,
+        high ? "hi" : "lo", time);
     sweep.Render(input, what);
   }
   h.SetTime(0, 1, 30);

@@ -209,8 +209,7 @@ bool CheckAgainstModule(const FrameSize& size) {
     p.Resample();
     host::Image expected(size.width, size.height);
     c.Apply(h);
-    if (h.Render(p.input(), expected) != PF_Err_NONE || !h.ErrorMessage().empty() ||
-        expected.data != p.output().data) {
+    if (h.Render(p.input(), expected) != PF_Err_NONE || !h.ErrorMessage().empty() || expected.data != p.output().data) {
       fprintf(stderr, "%s %s: the stages differ from the module's render\n", c.name.c_str(), size.Name().c_str());
       all = false;
     }
@@ -280,8 +279,8 @@ int main(int argc, char** argv) {
   const struct {
     const char* name;
     Stage run;
-  } stages[] = {{"tables", TablesStage},   {"setup", SetupStage},     {"field", FieldStage},
-                {"spreading", SpreadStage}, {"pinning", PinStage},     {"resampling", ResampleStage},
+  } stages[] = {{"tables", TablesStage},    {"setup", SetupStage}, {"field", FieldStage},
+                {"spreading", SpreadStage}, {"pinning", PinStage}, {"resampling", ResampleStage},
                 {"driver", DriverStage}};
   for (const BenchCase& c : Cases()) {
     for (const FrameSize& size : FrameSizes()) {

@@ -29,23 +29,12 @@ PF_Err EffectBase::Render(PixelImage*, PixelImage*) {
 
 void EffectBase::Dispatch() {
   switch (g_callContext.g_cmd) {
-    case PF_Cmd_ABOUT:
-      DoAbout();
-      break;
-    case PF_Cmd_GLOBAL_SETUP:
-      DoGlobalSetup();
-      break;
-    case PF_Cmd_GLOBAL_SETDOWN:
-      DoGlobalSetdown();
-      break;
-    case PF_Cmd_PARAMS_SETUP:
-      DoParamsSetup();
-      break;
-    case PF_Cmd_RENDER:
-      DoRender();
-      break;
-    default:
-      break;  // not an error: the host sends commands this effect has no use for
+    case PF_Cmd_ABOUT: DoAbout(); break;
+    case PF_Cmd_GLOBAL_SETUP: DoGlobalSetup(); break;
+    case PF_Cmd_GLOBAL_SETDOWN: DoGlobalSetdown(); break;
+    case PF_Cmd_PARAMS_SETUP: DoParamsSetup(); break;
+    case PF_Cmd_RENDER: DoRender(); break;
+    default: break;  // not an error: the host sends commands this effect has no use for
   }
 }
 

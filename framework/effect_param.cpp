@@ -161,8 +161,7 @@ void AngleParam::StoreValue(ParamSettings* settings) { StoreFloat(settings, para
 
 // --- PopupParam ----------------------------------------------------------------
 
-PopupParam::PopupParam(int32_t index, const char* name, const char* choices, int32_t defaultChoice,
-                       int16_t numChoices)
+PopupParam::PopupParam(int32_t index, const char* name, const char* choices, int32_t defaultChoice, int16_t numChoices)
     : EffectParam(index, name, kRowNone, kRowNone),
       choices(choices),
       defaultChoice(defaultChoice),
@@ -186,9 +185,7 @@ int32_t PopupParam::IntValue() {
 }
 
 // Wraps like the host's 32-bit arithmetic for a value no host sends (INT32_MIN).
-int32_t PopupParam::PopupIndex() {
-  return static_cast<int32_t>(static_cast<uint32_t>(IntValue()) - 1u);
-}
+int32_t PopupParam::PopupIndex() { return static_cast<int32_t>(static_cast<uint32_t>(IntValue()) - 1u); }
 
 void PopupParam::StoreValue(ParamSettings*) {}
 

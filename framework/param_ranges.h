@@ -14,10 +14,10 @@ namespace tarvo {
 // its colour, not a number.
 enum RangeKind : uint8_t {
   kRangePlain = 0,
-  kRangeAngle = 1,           // degrees
-  kRangeFrameX = 2,          // horizontal fraction of the frame
-  kRangeFrameY = 3,          // vertical fraction of the frame
-  kRangeUnit = 4,            // unit-interval quantities of other effects
+  kRangeAngle = 1,   // degrees
+  kRangeFrameX = 2,  // horizontal fraction of the frame
+  kRangeFrameY = 3,  // vertical fraction of the frame
+  kRangeUnit = 4,    // unit-interval quantities of other effects
   kRangeUnitAlt = 5,
   kRangeColor = 6,
 };

@@ -25,8 +25,8 @@ int32_t ScaledSize(int32_t size, const PF_RationalScale& scale) {
 
 }  // namespace
 
-void StoreHostCall(PF_Cmd cmd, PF_InData* inData, PF_OutData* outData, PF_ParamDef** params,
-                   PF_LayerDef* output, void* extra) {
+void StoreHostCall(PF_Cmd cmd, PF_InData* inData, PF_OutData* outData, PF_ParamDef** params, PF_LayerDef* output,
+                   void* extra) {
   CallContext& c = g_callContext;
   c.g_cmd = cmd;
   c.g_inData = inData;

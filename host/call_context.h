@@ -35,8 +35,8 @@ extern CallContext g_callContext;
 // Records the call, computes the downsampled size and clears the error word.
 // A zero denominator gives an infinite or NaN quotient (never a trap); the
 // size is then whatever TruncToInt32 makes of it.
-void StoreHostCall(PF_Cmd cmd, PF_InData* inData, PF_OutData* outData, PF_ParamDef** params,
-                   PF_LayerDef* output, void* extra);
+void StoreHostCall(PF_Cmd cmd, PF_InData* inData, PF_OutData* outData, PF_ParamDef** params, PF_LayerDef* output,
+                   void* extra);
 
 // Framework messages: message n is string-table entry kMessageGroup × 100 + n.
 constexpr int16_t kMessageGroup = 420;

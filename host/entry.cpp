@@ -37,9 +37,8 @@ extern "C" PF_Err PluginMain(PF_Cmd cmd, PF_InData* inData, PF_OutData* outData,
 // The symbol is "main", but to the compiler this is an ordinary function,
 // not a program's main.
 #define TARVO_EXPORT __attribute__((visibility("default")))
-extern "C" TARVO_EXPORT PF_Err PluginMain(PF_Cmd cmd, PF_InData* inData, PF_OutData* outData,
-                                          PF_ParamDef* params[], PF_LayerDef* output, void* extra)
-    __asm__("main");
+extern "C" TARVO_EXPORT PF_Err PluginMain(PF_Cmd cmd, PF_InData* inData, PF_OutData* outData, PF_ParamDef* params[],
+                                          PF_LayerDef* output, void* extra) __asm__("main");
 #endif
 
 extern "C" PF_Err PF_CDECL PluginMain(PF_Cmd cmd, PF_InData* inData, PF_OutData* outData, PF_ParamDef* params[],

@@ -35,8 +35,8 @@ int32_t g_renderThreads = 1;  // set between host calls, read during renders
 // end): as many questions whoever runs the bands. After a stop no band is
 // handed out and no question asked. After() waits for the workers.
 template <class After>
-bool ShareBands(int32_t count, BandWork work, void* context, std::atomic<int32_t>& next,
-                std::atomic<bool>& stop, After after) {
+bool ShareBands(int32_t count, BandWork work, void* context, std::atomic<int32_t>& next, std::atomic<bool>& stop,
+                After after) {
   int32_t asked = 0;
   auto askUpTo = [&](int32_t n) {
     for (; asked < n; ++asked) {

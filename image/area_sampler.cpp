@@ -324,8 +324,7 @@ void FillTable(const PixelImage& image, T* table) {
 }
 
 template <class T>
-void TableRect(const T* table, size_t stride, int32_t rowA, int32_t rowB, int32_t colA, int32_t colB,
-               uint64_t out[4]) {
+void TableRect(const T* table, size_t stride, int32_t rowA, int32_t rowB, int32_t colA, int32_t colB, uint64_t out[4]) {
   const T* top = table + stride * static_cast<size_t>(rowA);
   const T* bottom = table + stride * (static_cast<size_t>(rowB) + 1);
   const size_t left = 4 * static_cast<size_t>(colA), right = 4 * (static_cast<size_t>(colB) + 1);
@@ -486,8 +485,8 @@ TARVO_HOT_INLINE __m128i SpanSmallBox(const uint8_t* row, intptr_t stride, int32
 // The channel sums of a box by the general integer path: any box within
 // the path's limits, clipped to the image. y, x are the box's top and left
 // edges and yEnd, xEnd its bottom and right edges, in 16.16.
-__m128i SpanBoxSum(const uint8_t* base, intptr_t stride, int32_t imageHeight, int32_t imageWidth, int32_t y,
-                   int32_t x, int32_t yEnd, int32_t xEnd) {
+__m128i SpanBoxSum(const uint8_t* base, intptr_t stride, int32_t imageHeight, int32_t imageWidth, int32_t y, int32_t x,
+                   int32_t yEnd, int32_t xEnd) {
   const int32_t r0 = y >> 16, r1 = yEnd >> 16, c0 = x >> 16, c1 = xEnd >> 16;
   const int32_t firstRow = std::max(r0, 0), lastRow = r1 >= imageHeight ? imageHeight - 1 : r1;
   const int32_t firstCol = std::max(c0, 0), lastCol = std::min(c1, imageWidth - 1);
@@ -621,11 +620,10 @@ TARVO_HOT_INLINE bool SpanQuad4(const uint8_t* base, intptr_t stride, int32_t im
 
   const __m128 edgeLow = _mm_set1_ps(-kSpanEdgeLimit), edgeHigh = _mm_set1_ps(kSpanEdgeLimit);
   const __m128 extLow = _mm_set1_ps(-1.0f), extHigh = _mm_set1_ps(kSpanExtentLimit);
-  const __m128 ok = _mm_and_ps(
-      _mm_and_ps(_mm_and_ps(_mm_cmpgt_ps(lowV, edgeLow), _mm_cmplt_ps(lowV, edgeHigh)),
-                 _mm_and_ps(_mm_cmpgt_ps(lowH, edgeLow), _mm_cmplt_ps(lowH, edgeHigh))),
-      _mm_and_ps(_mm_and_ps(_mm_cmpgt_ps(extV, extLow), _mm_cmplt_ps(extV, extHigh)),
-                 _mm_and_ps(_mm_cmpgt_ps(extH, extLow), _mm_cmplt_ps(extH, extHigh))));
+  const __m128 ok = _mm_and_ps(_mm_and_ps(_mm_and_ps(_mm_cmpgt_ps(lowV, edgeLow), _mm_cmplt_ps(lowV, edgeHigh)),
+                                          _mm_and_ps(_mm_cmpgt_ps(lowH, edgeLow), _mm_cmplt_ps(lowH, edgeHigh))),
+                               _mm_and_ps(_mm_and_ps(_mm_cmpgt_ps(extV, extLow), _mm_cmplt_ps(extV, extHigh)),
+                                          _mm_and_ps(_mm_cmpgt_ps(extH, extLow), _mm_cmplt_ps(extH, extHigh))));
   if (_mm_movemask_ps(ok) != 15) return false;
 
   const __m128 scale = _mm_set1_ps(65536.0f);

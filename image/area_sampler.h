@@ -36,9 +36,9 @@ inline constexpr float kSpanEdgeLimit = 16384.0f;
 inline constexpr float kSpanExtentLimit = 128.0f;
 
 struct AxisExtent {
-  float lo;        // low edge
-  float extent;    // hi − lo
-  float clipped;   // min(hi, size) − max(lo, 0); negative when wholly outside
+  float lo;       // low edge
+  float extent;   // hi − lo
+  float clipped;  // min(hi, size) − max(lo, 0); negative when wholly outside
 };
 
 AxisExtent QuadAxisExtent(float a, float b, float c, float d, int16_t size);
@@ -53,8 +53,7 @@ class AreaSampleCache;
 // The channel sums of a box, each row's column-weighted sum scaled by its
 // row weight. cache (optional) may answer large boxes of its own image from
 // its tables; the sums are the same either way.
-PixelSum BoxSum(const PixelImage& image, int32_t x, int32_t w, int32_t y, int32_t h,
-                AreaSampleCache* cache = nullptr);
+PixelSum BoxSum(const PixelImage& image, int32_t x, int32_t w, int32_t y, int32_t h, AreaSampleCache* cache = nullptr);
 PF_Pixel BoxSample(const PixelImage& image, int32_t x, int32_t w, int32_t y, int32_t h, float area,
                    AreaSampleCache* cache = nullptr);
 
@@ -95,10 +94,10 @@ class AreaSampleCache {
   void RectSum(int32_t rowA, int32_t rowB, int32_t colA, int32_t colB, uint64_t out[4]) const;
 
   const PixelImage* image_;
-  void* table_ = nullptr;  // (height + 1) × (width + 1) entries of 4 channels
+  void* table_ = nullptr;           // (height + 1) × (width + 1) entries of 4 channels
   std::atomic<bool> ready_{false};  // table_ is filled (set once, after the fill)
   std::atomic<int64_t> debt_{0};    // pixels of large boxes summed directly so far
-  bool wide_ = false;      // 64-bit entries, else 32-bit
+  bool wide_ = false;               // 64-bit entries, else 32-bit
   bool forceWide_ = false;
   std::atomic<bool> failed_{false};  // no memory: never tried again
 };

@@ -10,7 +10,6 @@
 
 #include <immintrin.h>
 
-
 namespace tarvo::avx2 {
 namespace {
 
@@ -70,9 +69,8 @@ TARVO_AVX2_INLINE __m128i Normalize(__m128i sums, float a, float b) {
 }
 
 // One group of eight pixels; returns the bits of the pixels not written.
-TARVO_AVX2_INLINE uint32_t Group(const uint8_t* base, int32_t stride, __m256 heightF, __m256 widthF,
-                                 __m256i height, __m256i widthLess3, const float* up, const float* lo,
-                                 PF_Pixel* out) {
+TARVO_AVX2_INLINE uint32_t Group(const uint8_t* base, int32_t stride, __m256 heightF, __m256 widthF, __m256i height,
+                                 __m256i widthLess3, const float* up, const float* lo, PF_Pixel* out) {
   // Corners of pixel p: P1 = up[p], P2 = up[p + 1], P3 = lo[p], P4 = lo[p + 1].
   __m256 uv, uh, uvn, uhn, lv, lh, lvn, lhn;
   Split(up, uv, uh, uvn, uhn);
@@ -127,9 +125,9 @@ TARVO_AVX2_INLINE uint32_t Group(const uint8_t* base, int32_t stride, __m256 hei
   // rows can be read as four pixels from their first column.
   const __m256i minusOne = _mm256_set1_epi32(-1), four = _mm256_set1_epi32(4);
   const __m256i small = _mm256_and_si256(
-      _mm256_and_si256(_mm256_and_si256(_mm256_cmpgt_epi32(r0, minusOne),
-                                        _mm256_cmpgt_epi32(height, _mm256_add_epi32(r0, lastRow))),
-                       _mm256_and_si256(_mm256_cmpgt_epi32(c0, minusOne), _mm256_cmpgt_epi32(widthLess3, c0))),
+      _mm256_and_si256(
+          _mm256_and_si256(_mm256_cmpgt_epi32(r0, minusOne), _mm256_cmpgt_epi32(height, _mm256_add_epi32(r0, lastRow))),
+          _mm256_and_si256(_mm256_cmpgt_epi32(c0, minusOne), _mm256_cmpgt_epi32(widthLess3, c0))),
       _mm256_and_si256(_mm256_cmpgt_epi32(four, lastColumn), _mm256_cmpgt_epi32(four, lastRow)));
   const uint32_t smallLanes = static_cast<uint32_t>(_mm256_movemask_ps(_mm256_castsi256_ps(small)));
   if (smallLanes == 0) return 0xFF;
@@ -153,10 +151,10 @@ TARVO_AVX2_INLINE uint32_t Group(const uint8_t* base, int32_t stride, __m256 hei
   // The pixels of lanes la and lb as eight bytes.
   auto pair = [&](int la, int lb) __attribute__((target("avx2"), always_inline)) {
     const __m256i laneA = _mm256_set1_epi32(la), laneB = _mm256_set1_epi32(lb);
-    const __m256i weightsA =
-        _mm256_blend_epi32(_mm256_permutevar8x32_epi32(w01, laneA), _mm256_permutevar8x32_epi32(w23, laneA), 0xF0);
-    const __m256i weightsB =
-        _mm256_blend_epi32(_mm256_permutevar8x32_epi32(w01, laneB), _mm256_permutevar8x32_epi32(w23, laneB), 0xF0);
+    const __m256i weightsA = _mm256_blend_epi32(_mm256_permutevar8x32_epi32(w01, laneA),
+                                                _mm256_permutevar8x32_epi32(w23, laneA), 0xF0);
+    const __m256i weightsB = _mm256_blend_epi32(_mm256_permutevar8x32_epi32(w01, laneB),
+                                                _mm256_permutevar8x32_epi32(w23, laneB), 0xF0);
     const __m256i rowLanes = _mm256_blend_epi32(laneA, laneB, 0xF0);
     const uint8_t* const rowA = base + offset[la];
     const uint8_t* const rowB = base + offset[lb];
@@ -168,8 +166,8 @@ TARVO_AVX2_INLINE uint32_t Group(const uint8_t* base, int32_t stride, __m256 hei
       const __m256i a = RowHalves(rowA + stride * (i < lastA ? i : lastA), order, weightsA);
       const __m256i b = RowHalves(rowB + stride * (i < lastB ? i : lastB), order, weightsB);
       const __m256i sums = _mm256_add_epi32(_mm256_permute2x128_si256(a, b, 0x21), _mm256_blend_epi32(a, b, 0xF0));
-      const __m256i weight =
-          _mm256_permutevar8x32_epi32(_mm256_load_si256(reinterpret_cast<const __m256i*>(rowWeight[i])), rowLanes);
+      const __m256i weight = _mm256_permutevar8x32_epi32(
+          _mm256_load_si256(reinterpret_cast<const __m256i*>(rowWeight[i])), rowLanes);
       return _mm256_srli_epi32(_mm256_mullo_epi32(sums, weight), 8);
     };
     __m256i total = _mm256_add_epi32(row(0), row(1));
@@ -211,8 +209,8 @@ TARVO_AVX2_INLINE uint32_t Group(const uint8_t* base, int32_t stride, __m256 hei
 
 }  // namespace
 
-TARVO_AVX2 void AreaSampleGroups(const uint8_t* base, intptr_t stride, int32_t height, int32_t width,
-                                 const float* up, const float* lo, int32_t groups, PF_Pixel* out, uint8_t* rest) {
+TARVO_AVX2 void AreaSampleGroups(const uint8_t* base, intptr_t stride, int32_t height, int32_t width, const float* up,
+                                 const float* lo, int32_t groups, PF_Pixel* out, uint8_t* rest) {
   if (stride <= -(1 << 14) || stride >= (1 << 14) || height >= (1 << 15) || width >= (1 << 15)) {
     for (int32_t g = 0; g < groups; ++g) rest[g] = 0xFF;
     return;

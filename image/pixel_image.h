@@ -69,7 +69,7 @@ struct RowCursor {
 
 class PixelImage {
  public:
-  explicit PixelImage(PixMapRec** handle = nullptr);  // empty when null
+  explicit PixelImage(PixMapRec** handle = nullptr);   // empty when null
   PixelImage(const PixelImage& owner, bool /*view*/);  // view of another image
   explicit PixelImage(const ShortRect& r);             // Allocate(r)
   PixelImage(int16_t width, int16_t height, void* pixels, FieldSelect field);

@@ -10,7 +10,6 @@
 #include <immintrin.h>
 #include <string.h>
 
-
 namespace tarvo::avx2 {
 namespace {
 
@@ -35,10 +34,10 @@ TARVO_AVX2_INLINE uint32_t Group(const uint8_t* base, intptr_t stride, int32_t h
                                  const float* points, PF_Pixel background, PF_Pixel* out) {
   // Rows and columns of points 0..7 in order.
   const __m256 a = _mm256_loadu_ps(points), b = _mm256_loadu_ps(points + 8);
-  const __m256 row = _mm256_castpd_ps(
-      _mm256_permute4x64_pd(_mm256_castps_pd(_mm256_shuffle_ps(a, b, _MM_SHUFFLE(2, 0, 2, 0))), _MM_SHUFFLE(3, 1, 2, 0)));
-  const __m256 column = _mm256_castpd_ps(
-      _mm256_permute4x64_pd(_mm256_castps_pd(_mm256_shuffle_ps(a, b, _MM_SHUFFLE(3, 1, 3, 1))), _MM_SHUFFLE(3, 1, 2, 0)));
+  const __m256 row = _mm256_castpd_ps(_mm256_permute4x64_pd(
+      _mm256_castps_pd(_mm256_shuffle_ps(a, b, _MM_SHUFFLE(2, 0, 2, 0))), _MM_SHUFFLE(3, 1, 2, 0)));
+  const __m256 column = _mm256_castpd_ps(_mm256_permute4x64_pd(
+      _mm256_castps_pd(_mm256_shuffle_ps(a, b, _MM_SHUFFLE(3, 1, 3, 1))), _MM_SHUFFLE(3, 1, 2, 0)));
 
   // 0 ≤ row < height and 0 ≤ column < width (false for NaN).
   const __m256 zero = _mm256_setzero_ps();
@@ -100,9 +99,8 @@ TARVO_AVX2_INLINE uint32_t Group(const uint8_t* base, intptr_t stride, int32_t h
 
 }  // namespace
 
-TARVO_AVX2 void BilinearGroups(const uint8_t* base, intptr_t stride, int32_t height, int32_t width,
-                               const float* points, int32_t groups, PF_Pixel background, PF_Pixel* out,
-                               uint8_t* rest) {
+TARVO_AVX2 void BilinearGroups(const uint8_t* base, intptr_t stride, int32_t height, int32_t width, const float* points,
+                               int32_t groups, PF_Pixel background, PF_Pixel* out, uint8_t* rest) {
   for (int32_t g = 0; g < groups; ++g) {
     rest[g] = static_cast<uint8_t>(Group(base, stride, height, width, points + 16 * g, background, out + 8 * g));
   }

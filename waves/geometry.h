@@ -26,10 +26,10 @@ extern ArcTanTable g_arcTanTable;
 float SinDeg(float degrees);  // from g_sineTable
 float CosDeg(float degrees);
 
-float FrameIndex();                         // current_time ÷ time_step (0 when time_step is 0)
+float FrameIndex();  // current_time ÷ time_step (0 when time_step is 0)
 // Degrees the rings have travelled: FrameIndex × frequency × 360 / time_scale
 // (time_scale 0 gives ±infinity or not-a-number).
 float FrequencyPhaseOffset(float frequency);
-int32_t RenderQualityLevel();               // 2 at the host's high quality, else 1
+int32_t RenderQualityLevel();  // 2 at the host's high quality, else 1
 
 }  // namespace tarvo

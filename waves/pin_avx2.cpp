@@ -7,7 +7,6 @@
 
 #include <immintrin.h>
 
-
 namespace tarvo::avx2 {
 
 TARVO_AVX2 int32_t PinPoints(int32_t y, MapPoint* p, int32_t from, int32_t end, const PinWeight* columnWeight,

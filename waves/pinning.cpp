@@ -106,8 +106,7 @@ void FillPinProfile(int32_t shape, int32_t n, PinWeight* profile) {
     case 4:
       for (int32_t i = e; i < n; ++i) SetRamp(profile[i], i - e, q);
       break;
-    default:
-      break;
+    default: break;
   }
 }
 
@@ -138,10 +137,12 @@ void PinRow(int32_t y, MapPoint* p, int32_t first, int32_t last, const PinWeight
   // same whether or not that was done first.
   auto pinSome = [&](int32_t from, int32_t end, bool pullColumns) {
 #ifdef TARVO_AVX2_PATHS
-    if (simd == SimdLevel::kAvx2) from = avx2::PinPoints(y, p, from, end, columnWeight, rowWeight, pullColumns, rowFree);
+    if (simd == SimdLevel::kAvx2)
+      from = avx2::PinPoints(y, p, from, end, columnWeight, rowWeight, pullColumns, rowFree);
 #endif
 #ifdef TARVO_SSE2_PATHS
-    if (simd != SimdLevel::kScalar) from = sse2::PinPoints(y, p, from, end, columnWeight, rowWeight, pullColumns, rowFree);
+    if (simd != SimdLevel::kScalar)
+      from = sse2::PinPoints(y, p, from, end, columnWeight, rowWeight, pullColumns, rowFree);
 #endif
     for (int32_t x = from; x < end; ++x) {
       if (pullColumns && !columnWeight[x].IsFree()) PinPoint(y, x, p[x], columnWeight[x]);

@@ -27,9 +27,7 @@ inline void CopyPixels(const PF_Pixel* src, PF_Pixel* dst, int32_t first, int32_
   if (end > first) memmove(dst + first, src + first, static_cast<size_t>(end - first) * sizeof(PF_Pixel));
 }
 
-inline bool SourceReadable(const RenderSetup& setup) {
-  return setup.source != nullptr && setup.source->HasPixels();
-}
+inline bool SourceReadable(const RenderSetup& setup) { return setup.source != nullptr && setup.source->HasPixels(); }
 
 }  // namespace
 
@@ -130,7 +128,8 @@ void NearestRow(const RenderSetup& setup, const MapPoint* p, int32_t first, int3
   const double maxRow = height, maxColumn = width;
   int32_t x = first;
 #ifdef TARVO_SSE2_PATHS
-  if (setup.simd != SimdLevel::kScalar) x = sse2::NearestPoints(base, stride, height, width, p, x, end, background, out);
+  if (setup.simd != SimdLevel::kScalar)
+    x = sse2::NearestPoints(base, stride, height, width, p, x, end, background, out);
 #endif
   for (; x < end; ++x) {
     const double r = p[x].row, c = p[x].column;
@@ -179,8 +178,8 @@ void BilinearRow(const RenderSetup& setup, const MapPoint* p, int32_t first, int
 #ifdef TARVO_SSE2_PATHS
     if (simd != SimdLevel::kScalar) {
       if (rightIn && bottomIn) {
-        out[x] = sse2::MixBilinear(top + c0, reinterpret_cast<const PF_Pixel*>(base + stride * (r0 + 1)) + c0, w00,
-                                   w01, w10, w11);
+        out[x] = sse2::MixBilinear(top + c0, reinterpret_cast<const PF_Pixel*>(base + stride * (r0 + 1)) + c0, w00, w01,
+                                   w10, w11);
       } else {
         const PF_Pixel* bottom = bottomIn ? reinterpret_cast<const PF_Pixel*>(base + stride * (r0 + 1)) : top;
         const PF_Pixel px[4] = {top[c0], rightIn ? top[c0 + 1] : background, bottomIn ? bottom[c0] : background,
@@ -239,8 +238,8 @@ void ResampleOutput(SourceMap& map, PixelImage& destination) {
   setup.width = std::min<int32_t>(setup.width, src->Width());
   setup.height = std::min<int32_t>(setup.height, src->Height());
 
-  const int32_t rowCount = std::min({static_cast<int32_t>(destination.Height()), static_cast<int32_t>(src->Height()),
-                                     map.rows - 1});
+  const int32_t rowCount = std::min(
+      {static_cast<int32_t>(destination.Height()), static_cast<int32_t>(src->Height()), map.rows - 1});
   const int32_t srcWidth = src->Width();
   const int32_t dstWidth = destination.Width();
   const int32_t copyWidth = std::min(srcWidth, dstWidth);

@@ -23,9 +23,7 @@ constexpr double kTwoPi = 6.2831855f;  // single-precision 2π, widened
 constexpr double kPi = 3.1415927f;     // single-precision π, widened
 
 // A·sin(n·x) for the angle a in degrees, evaluated as a × n × 2π / 360.
-double Harmonic(double amplitude, double a, int n) {
-  return amplitude * sin(a * n * kTwoPi / 360.0);
-}
+double Harmonic(double amplitude, double a, int n) { return amplitude * sin(a * n * kTwoPi / 360.0); }
 
 // Sum of harmonics stored as float, divided by a float divisor, stored again.
 float Spectrum(double sum, float divisor) {
@@ -45,56 +43,33 @@ float ShapeValue(uint32_t index, float af) {
   const double x = a * kTwoPi / 360.0;
   switch (index) {
     default:  // unknown shapes are tabulated as Sine; hosts never send one
-    case kSine:
-      return static_cast<float>(sin(x));
-    case kTriangle:
-      return static_cast<float>(a <= 180.0 ? (a - 90.0) * 2.0 / 180.0 : (270.0 - a) * 2.0 / 180.0);
-    case kSquare:
-      return a <= 180.0 ? 1.0f : -1.0f;
-    case kSawtooth:
-      return static_cast<float>((a - 180.0) / 180.0);
-    case kCircle:
-      return static_cast<float>(a <= 180.0 ? Arc(a, 90.0) : -Arc(a, 270.0));
-    case kSemicircle:
-      return static_cast<float>(sqrt(32400.0 - (a - 180.0) * (a - 180.0)) / 90.0 - 1.0);
-    case kUncircle:
-      return static_cast<float>(a <= 180.0 ? 1.0 - Arc(a, 90.0) : Arc(a, 270.0) - 1.0);
-    case kHalfSine:
-      return static_cast<float>(2.0 * sin(a * kPi / 360.0) - 1.0);
-    case kSpectrum1:
-      return Spectrum(Harmonic(1.0, a, 1) + Harmonic(0.5, a, 2), 1.5f);
-    case kSpectrum2:
-      return Spectrum(Harmonic(1.0, a, 1) + Harmonic(0.25, a, 3), 1.25f);
-    case kSpectrum3:
-      return Spectrum(Harmonic(1.0, a, 1) + Harmonic(0.25, a, 2), 1.25f);
+    case kSine: return static_cast<float>(sin(x));
+    case kTriangle: return static_cast<float>(a <= 180.0 ? (a - 90.0) * 2.0 / 180.0 : (270.0 - a) * 2.0 / 180.0);
+    case kSquare: return a <= 180.0 ? 1.0f : -1.0f;
+    case kSawtooth: return static_cast<float>((a - 180.0) / 180.0);
+    case kCircle: return static_cast<float>(a <= 180.0 ? Arc(a, 90.0) : -Arc(a, 270.0));
+    case kSemicircle: return static_cast<float>(sqrt(32400.0 - (a - 180.0) * (a - 180.0)) / 90.0 - 1.0);
+    case kUncircle: return static_cast<float>(a <= 180.0 ? 1.0 - Arc(a, 90.0) : Arc(a, 270.0) - 1.0);
+    case kHalfSine: return static_cast<float>(2.0 * sin(a * kPi / 360.0) - 1.0);
+    case kSpectrum1: return Spectrum(Harmonic(1.0, a, 1) + Harmonic(0.5, a, 2), 1.5f);
+    case kSpectrum2: return Spectrum(Harmonic(1.0, a, 1) + Harmonic(0.25, a, 3), 1.25f);
+    case kSpectrum3: return Spectrum(Harmonic(1.0, a, 1) + Harmonic(0.25, a, 2), 1.25f);
     case kSpectrum4:  // divided by 1.55, not by the amplitude sum
       return Spectrum(Harmonic(1.0, a, 1) + Harmonic(0.25, a, 2) + Harmonic(0.25, a, 3), 1.55f);
     case kSpectrum5:
-      return Spectrum(Harmonic(1.0, a, 1) + Harmonic(0.125, a, 3) + Harmonic(static_cast<double>(0.06f), a, 5),
-                      1.185f);
-    case kSpectrum6:
-      return Spectrum(Harmonic(1.0, a, 1) + Harmonic(0.5, a, 3), 1.5f);
-    case kSpectrum7:
-      return Spectrum(Harmonic(1.0, a, 1) + Harmonic(0.5, a, 4) + Harmonic(0.5, a, 2), 2.0f);
-    case kSpectrum8:
-      return Spectrum(Harmonic(1.0, a, 1) + Harmonic(1.0, a, 2), 2.0f);
-    case kSpectrum9:
-      return Spectrum(Harmonic(0.5, a, 1) + Harmonic(1.0, a, 2), 1.5f);
-    case kSpectrum10:
-      return Spectrum(Harmonic(0.5, a, 1) + Harmonic(1.0, a, 3), 1.5f);
-    case kSpectrum11:
-      return Spectrum(Harmonic(1.0, a, 1) + Harmonic(1.0, a, 3), 2.0f);
-    case kSpectrum12:
-      return Spectrum(Harmonic(1.0, a, 1) + Harmonic(0.5, a, 3) + Harmonic(0.5, a, 2), 2.0f);
-    case kSpectrum13:
-      return Spectrum(Harmonic(1.0, a, 1) + Harmonic(0.5, a, 3) + Harmonic(0.5, a, 5), 2.0f);
+      return Spectrum(Harmonic(1.0, a, 1) + Harmonic(0.125, a, 3) + Harmonic(static_cast<double>(0.06f), a, 5), 1.185f);
+    case kSpectrum6: return Spectrum(Harmonic(1.0, a, 1) + Harmonic(0.5, a, 3), 1.5f);
+    case kSpectrum7: return Spectrum(Harmonic(1.0, a, 1) + Harmonic(0.5, a, 4) + Harmonic(0.5, a, 2), 2.0f);
+    case kSpectrum8: return Spectrum(Harmonic(1.0, a, 1) + Harmonic(1.0, a, 2), 2.0f);
+    case kSpectrum9: return Spectrum(Harmonic(0.5, a, 1) + Harmonic(1.0, a, 2), 1.5f);
+    case kSpectrum10: return Spectrum(Harmonic(0.5, a, 1) + Harmonic(1.0, a, 3), 1.5f);
+    case kSpectrum11: return Spectrum(Harmonic(1.0, a, 1) + Harmonic(1.0, a, 3), 2.0f);
+    case kSpectrum12: return Spectrum(Harmonic(1.0, a, 1) + Harmonic(0.5, a, 3) + Harmonic(0.5, a, 2), 2.0f);
+    case kSpectrum13: return Spectrum(Harmonic(1.0, a, 1) + Harmonic(0.5, a, 3) + Harmonic(0.5, a, 5), 2.0f);
     case kSpectrum14:
-      return Spectrum(Harmonic(1.0, a, 1) + Harmonic(0.5, a, 7) + Harmonic(0.5, a, 5) + Harmonic(0.5, a, 3),
-                      2.5f);
-    case RampPulse180:
-      return static_cast<float>(a < 180.0 ? (a - 180.0) / 180.0 : 0.0);
-    case RampPulse90:
-      return static_cast<float>(a < 90.0 ? (a - 90.0) / 90.0 : 0.0);
+      return Spectrum(Harmonic(1.0, a, 1) + Harmonic(0.5, a, 7) + Harmonic(0.5, a, 5) + Harmonic(0.5, a, 3), 2.5f);
+    case RampPulse180: return static_cast<float>(a < 180.0 ? (a - 180.0) / 180.0 : 0.0);
+    case RampPulse90: return static_cast<float>(a < 90.0 ? (a - 90.0) / 90.0 : 0.0);
   }
 }
 

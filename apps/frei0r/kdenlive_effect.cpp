@@ -58,8 +58,8 @@ std::string Parameter(const ParamInfo& info, const tarvo::host::Host& host) {
       const std::string label = entry < choices.size() ? choices[entry] : std::to_string(entries[k]);
       labels += (k ? "," : "") + Escape(label);
     }
-    x = "  <parameter type=\"list\" name=\"" + name + "\" default=\"" + Number(initial, 6) +
-        "\" paramlist=\"" + values + "\">\n    <paramlistdisplay>" + labels + "</paramlistdisplay>\n";
+    x = "  <parameter type=\"list\" name=\"" + name + "\" default=\"" + Number(initial, 6) + "\" paramlist=\"" +
+        values + "\">\n    <paramlistdisplay>" + labels + "</paramlistdisplay>\n";
   } else if (info.kind == Kind::Draft) {
     x = "  <parameter type=\"bool\" name=\"" + name + "\" default=\"0\">\n";
   } else {
@@ -73,14 +73,13 @@ std::string Parameter(const ParamInfo& info, const tarvo::host::Host& host) {
       const PF_FixedSliderDef& fd = host.Declared()[static_cast<size_t>(info.pluginIndex - 1)].def.u.fd;
       if (fd.valid_min == 0) {
         const std::string max = Number(fd.valid_max / 65536.0);
-        range = "min=\"0\" max=\"" + max + "\" factor=\"" + max + "\" decimals=\"" +
-                std::to_string(fd.precision) + "\"";
+        range = "min=\"0\" max=\"" + max + "\" factor=\"" + max + "\" decimals=\"" + std::to_string(fd.precision) +
+                "\"";
       }
     } else {
       range = "min=\"0\" max=\"100\" factor=\"100\" decimals=\"2\" suffix=\"%\"";
     }
-    x = "  <parameter type=\"animated\" name=\"" + name + "\" default=\"" + Number(initial) + "\" " +
-        range + ">\n";
+    x = "  <parameter type=\"animated\" name=\"" + name + "\" default=\"" + Number(initial) + "\" " + range + ">\n";
   }
   x += "    <name>" + Escape(info.name) + "</name>\n    <comment>" + Escape(info.explanation) +
        "</comment>\n  </parameter>\n";

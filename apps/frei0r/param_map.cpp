@@ -23,10 +23,9 @@ const ParamInfo kInfos[kNumParams] = {
      "(3.125 %)",
      Kind::Slider, 3},
     {"Angular Wave Height",
-     "Sideways displacement along the rings: 0-1 is 0-25 percent of half the frame width. Default 0",
-     Kind::Slider, 4},
-    {"Wave Width", "Half a wavelength: 0-1 is 0-50 percent of the frame width. Default 0.125 (6.25 %)",
-     Kind::Slider, 5},
+     "Sideways displacement along the rings: 0-1 is 0-25 percent of half the frame width. Default 0", Kind::Slider, 4},
+    {"Wave Width", "Half a wavelength: 0-1 is 0-50 percent of the frame width. Default 0.125 (6.25 %)", Kind::Slider,
+     5},
     {"WaveForm",
      "Wave shape in 24 steps of 1/24 (entry = value x 24 rounded down, plus 1): 1 Sine, 2 Triangle, "
      "3 Square, 4 Sawtooth, 5 Circle, 6 Semicircle, 7 Uncircle, 8 Half Sine, 9-22 Spectrum 1-14, "
@@ -44,8 +43,7 @@ const ParamInfo kInfos[kNumParams] = {
      "Stretch of the rings along Stretch Angle: 0-1 is -100 to 100 (0.5 = round, 1 = 11 times "
      "longer, 0 = squeezed to a tenth). Default 0.5",
      Kind::Slider, 9},
-    {"Stretch Angle", "Direction of the stretch: 0-1 is 0-360 degrees. Default 0.25 (90 degrees)",
-     Kind::Angle, 10},
+    {"Stretch Angle", "Direction of the stretch: 0-1 is 0-360 degrees. Default 0.25 (90 degrees)", Kind::Angle, 10},
     {"Twirl", "Twirl in 4 steps of 1/4: No Twirl, Twirl, Super Twirl, Hyper Twirl. Default 0.125 (No Twirl)",
      Kind::Popup, 11},
     {"Pin Mode",
@@ -56,8 +54,7 @@ const ParamInfo kInfos[kNumParams] = {
      "Sampling in 3 steps of 1/3: High (area average; bilinear with Draft), Med (bilinear), Low "
      "(bilinear; nearest pixel with Draft). Default 0.1667 (High)",
      Kind::Popup, 13},
-    {"Chaos Blend",
-     "Mix of WaveForm with the chaos waveform: 0-1 is 0-100 percent chaos. Default 0", Kind::Slider, 14},
+    {"Chaos Blend", "Mix of WaveForm with the chaos waveform: 0-1 is 0-100 percent chaos. Default 0", Kind::Slider, 14},
     {"Chaos",
      "Chaos waveform, a position along Spectrum 1-14: 0-1 is 10-140, ten per spectrum, neighbours "
      "morphed in between. Default 0 (Spectrum 1)",
@@ -208,7 +205,9 @@ std::vector<std::string> SurplusValueWarnings(const std::vector<std::string>& ar
       std::string name, params;
       for (size_t k = 0; k < options.size(); ++k) {
         const size_t eq = options[k].find('=');
-        const std::string key = eq == std::string::npos ? (k == 0 ? "filter_name" : k == 1 ? "filter_params" : "")
+        const std::string key = eq == std::string::npos ? (k == 0   ? "filter_name"
+                                                           : k == 1 ? "filter_params"
+                                                                    : "")
                                                         : options[k].substr(0, eq);
         const std::string value = eq == std::string::npos ? options[k] : options[k].substr(eq + 1);
         if (key == "filter_name") name = value;

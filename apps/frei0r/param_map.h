@@ -27,7 +27,7 @@ struct ParamInfo {
   const char* name;
   const char* explanation;
   Kind kind;
-  int pluginIndex;           // 1..16 in the plug-in's parameter array; 0 for Draft
+  int pluginIndex;  // 1..16 in the plug-in's parameter array; 0 for Draft
 };
 
 constexpr int kNumParams = 18;

@@ -248,7 +248,8 @@ Instance* Construct(unsigned width, unsigned height) {
     Say("frame width " + std::to_string(width) +
         " is not a multiple of 64: ffmpeg's frei0r wrapper hands such frames over without their "
         "timestamps (and garbles widths that are not a multiple of 16); pad the video first, e.g. "
-        "-vf \"pad=ceil(iw/64)*64:ih,frei0r=tarvo_ripple,crop=" + std::to_string(width) + ":ih:0:0\"");
+        "-vf \"pad=ceil(iw/64)*64:ih,frei0r=tarvo_ripple,crop=" +
+        std::to_string(width) + ":ih:0:0\"");
   }
   inst->host = MakeHost(inst->trace);
   if (!inst->host) return nullptr;
@@ -288,8 +289,8 @@ void Render(Instance* inst, double time, const uint32_t* inframe, uint32_t* outf
       const ParamInfo& s = Info(i);
       if (s.kind != Kind::CenterX && s.kind != Kind::CenterY) ApplyValue(s, inst->values[i], h);
     }
-    ApplyCenter(inst->values[1], inst->values[2], static_cast<int32_t>(inst->width),
-                static_cast<int32_t>(inst->height), h);
+    ApplyCenter(inst->values[1], inst->values[2], static_cast<int32_t>(inst->width), static_cast<int32_t>(inst->height),
+                h);
     h.SetTime(t.current, t.step, t.scale);
     err = h.Render(inst->in, inst->out);
     msg = h.ErrorMessage();
@@ -372,7 +373,8 @@ F0R_EXPORT void f0r_set_param_value(f0r_instance_t instance, f0r_param_t param, 
   double v = *static_cast<const double*>(param);
   const double given = v;
   if (!ClampUnit(&v, inst->initial[index]))
-    SayOnce(std::string(Info(index).name) + (std::isnan(given) ? " nan" : " range"), ValueWarning(Info(index), given, v));
+    SayOnce(std::string(Info(index).name) + (std::isnan(given) ? " nan" : " range"),
+            ValueWarning(Info(index), given, v));
   inst->values[index] = v;
 }
 

@@ -33,7 +33,7 @@ namespace {
 struct Prop {
   int pluginIndex;  // 0 for the time
   PF_ParamType type;
-  int axis;         // points: 0 = x, 1 = y
+  int axis;  // points: 0 = x, 1 = y
 };
 
 struct Shared {
@@ -76,8 +76,10 @@ std::string ModulePath() {
 std::string PropertyName(const std::string& name) {
   std::string out;
   for (char c : name) {
-    if (g_ascii_isalnum(c)) out += g_ascii_tolower(c);
-    else if (!out.empty() && out.back() != '-') out += '-';
+    if (g_ascii_isalnum(c))
+      out += g_ascii_tolower(c);
+    else if (!out.empty() && out.back() != '-')
+      out += '-';
   }
   while (!out.empty() && out.back() == '-') out.pop_back();
   return out;
@@ -92,8 +94,10 @@ void SetProperty(GObject* object, guint id, const GValue* value, GParamSpec*) {
 void GetProperty(GObject* object, guint id, GValue* value, GParamSpec*) {
   auto* op = reinterpret_cast<Op*>(object);
   const Prop& p = shared->props[id - 1];
-  if (p.type == PF_Param_POPUP) g_value_set_int(value, static_cast<int>((*op->values)[id - 1]));
-  else g_value_set_double(value, (*op->values)[id - 1]);
+  if (p.type == PF_Param_POPUP)
+    g_value_set_int(value, static_cast<int>((*op->values)[id - 1]));
+  else
+    g_value_set_double(value, (*op->values)[id - 1]);
 }
 
 void Finalize(GObject* object) {
@@ -155,12 +159,10 @@ bool RenderWhole(const std::vector<double>& values, const GeglRectangle& rect, s
       default: break;
     }
   }
-  if (pointIndex)
-    host.SetPointPixels(pointIndex, ToFixed(cx * rect.width), ToFixed(cy * rect.height));
+  if (pointIndex) host.SetPointPixels(pointIndex, ToFixed(cx * rect.width), ToFixed(cy * rect.height));
   const PF_Err err = host.Render(input, output);
   if (err != PF_Err_NONE) {
-    *error = host.ErrorMessage().empty() ? "the plug-in failed with error " + std::to_string(err)
-                                         : host.ErrorMessage();
+    *error = host.ErrorMessage().empty() ? "the plug-in failed with error " + std::to_string(err) : host.ErrorMessage();
     s.lastOutput.clear();
     return false;
   }
@@ -232,8 +234,7 @@ void ClassInit(gpointer klass, gpointer) {
     const std::string key = PropertyName(d.name);
     switch (d.param_type) {
       case PF_Param_FIX_SLIDER:
-        add(g_param_spec_double(key.c_str(), d.name, d.name, d.u.fd.valid_min / 65536.0,
-                                d.u.fd.valid_max / 65536.0,
+        add(g_param_spec_double(key.c_str(), d.name, d.name, d.u.fd.valid_min / 65536.0, d.u.fd.valid_max / 65536.0,
                                 CLAMP(d.u.fd.dephault, d.u.fd.valid_min, d.u.fd.valid_max) / 65536.0, flags),
             {index, d.param_type, 0});
         break;
@@ -263,10 +264,9 @@ void ClassInit(gpointer klass, gpointer) {
   }
   add(g_param_spec_double("time", "Time", "seconds since the start", -1e6, 1e6, 0, flags), {0, PF_Param_RESERVED, 0});
 
-  gegl_operation_class_set_keys(operation_class, "name", "tarvo:ripple", "title", "Tarvo Ripple",
-                                "categories", "distort", "description",
-                                "Concentric waves spreading from a centre, with stretch, twirl and pinning",
-                                nullptr);
+  gegl_operation_class_set_keys(operation_class, "name", "tarvo:ripple", "title", "Tarvo Ripple", "categories",
+                                "distort", "description",
+                                "Concentric waves spreading from a centre, with stretch, twirl and pinning", nullptr);
 }
 
 const GeglModuleInfo module_info = {GEGL_MODULE_ABI_VERSION};
@@ -293,8 +293,8 @@ G_MODULE_EXPORT gboolean gegl_module_register(GTypeModule* module) {
     }
     shared = s.release();
   }
-  const GTypeInfo info = {sizeof(OpClass), nullptr, nullptr, ClassInit, nullptr, nullptr,
-                          sizeof(Op), 0, InstanceInit, nullptr};
+  const GTypeInfo info = {sizeof(OpClass), nullptr,    nullptr, ClassInit,    nullptr,
+                          nullptr,         sizeof(Op), 0,       InstanceInit, nullptr};
   op_type = g_type_module_register_type(module, GEGL_TYPE_OPERATION_FILTER, "TarvoRippleOp", &info,
                                         static_cast<GTypeFlags>(0));
   return TRUE;

@@ -69,8 +69,7 @@ PF_Rect WholeRect(const PF_EffectWorld& w) {
 }
 
 // The part of rect r (bottom and right exclusive) inside world w; false when empty.
-bool ClipRect(const PF_EffectWorld& w, const PF_Rect* r, int32_t* top, int32_t* left, int32_t* bottom,
-              int32_t* right) {
+bool ClipRect(const PF_EffectWorld& w, const PF_Rect* r, int32_t* top, int32_t* left, int32_t* bottom, int32_t* right) {
   *top = 0;
   *left = 0;
   *bottom = w.height;
@@ -85,7 +84,8 @@ bool ClipRect(const PF_EffectWorld& w, const PF_Rect* r, int32_t* top, int32_t* 
 }
 
 bool WorldUsable(const PF_EffectWorld* w) {
-  return w && w->width >= 0 && w->height >= 0 && static_cast<int64_t>(w->rowbytes) >= static_cast<int64_t>(w->width) * 4;
+  return w && w->width >= 0 && w->height >= 0 &&
+         static_cast<int64_t>(w->rowbytes) >= static_cast<int64_t>(w->width) * 4;
 }
 
 PF_EffectWorld WorldOver(const uint8_t* data, int32_t width, int32_t height, int32_t rowbytes, bool writable) {

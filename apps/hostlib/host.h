@@ -29,7 +29,9 @@ struct Image {
   // Sizes non-negative, rows at least width × 4 bytes, data large enough.
   bool Valid() const;
   PF_Pixel* Row(int32_t y) { return reinterpret_cast<PF_Pixel*>(data.data() + static_cast<size_t>(y) * rowbytes); }
-  const PF_Pixel* Row(int32_t y) const { return reinterpret_cast<const PF_Pixel*>(data.data() + static_cast<size_t>(y) * rowbytes); }
+  const PF_Pixel* Row(int32_t y) const {
+    return reinterpret_cast<const PF_Pixel*>(data.data() + static_cast<size_t>(y) * rowbytes);
+  }
   PF_Pixel& At(int32_t y, int32_t x) { return Row(y)[x]; }
   const PF_Pixel& At(int32_t y, int32_t x) const { return Row(y)[x]; }
 };
@@ -45,8 +47,18 @@ struct DeclaredParam {
 
 // The host callbacks the plug-in can call (the ANSI ones that can fail
 // none: sprintf and strcpy).
-enum class HostCallback { kAddParam, kProgress, kFill, kCopy, kNewWorld, kDisposeWorld, kCheckout, kCheckin,
-                          kSprintf, kStrcpy };
+enum class HostCallback {
+  kAddParam,
+  kProgress,
+  kFill,
+  kCopy,
+  kNewWorld,
+  kDisposeWorld,
+  kCheckout,
+  kCheckin,
+  kSprintf,
+  kStrcpy
+};
 
 class Host {
  public:

@@ -87,7 +87,7 @@ Module::~Module() {
 #if defined(_WIN32)
   FreeLibrary(static_cast<HMODULE>(handle_));
 #elif defined(__SANITIZE_ADDRESS__)
-  // Kept mapped so that leak reports can still name the module's frames.
+    // Kept mapped so that leak reports can still name the module's frames.
 #elif defined(__has_feature)
 #if __has_feature(address_sanitizer)
 #else

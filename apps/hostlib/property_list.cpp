@@ -30,8 +30,8 @@ class ByteReader {
   // bytes appear reversed in the file.
   bool Code(std::string* s) {
     if (Left() < 4) return false;
-    s->assign({static_cast<char>(b_[pos_ + 3]), static_cast<char>(b_[pos_ + 2]),
-               static_cast<char>(b_[pos_ + 1]), static_cast<char>(b_[pos_])});
+    s->assign({static_cast<char>(b_[pos_ + 3]), static_cast<char>(b_[pos_ + 2]), static_cast<char>(b_[pos_ + 1]),
+               static_cast<char>(b_[pos_])});
     pos_ += 4;
     return true;
   }
@@ -65,17 +65,18 @@ PropertyInfo ParsePropertyList(const std::vector<uint8_t>& bytes) {
   if (head != 1) return fail("property list does not start with 1 (found " + std::to_string(head) + ")");
   if (listVersion != 0) return fail("unsupported property list version " + std::to_string(listVersion));
   // Each property takes at least 16 bytes, which bounds any sane count.
-  if (count > r.Left() / 16) return fail("property list claims " + std::to_string(count) + " properties, more than fit");
+  if (count > r.Left() / 16)
+    return fail("property list claims " + std::to_string(count) + " properties, more than fit");
 
   for (uint32_t i = 0; i < count; ++i) {
     std::string vendor, key;
     uint32_t id = 0, length = 0;
     const std::string where = "property " + std::to_string(i + 1);
-    if (!r.Code(&vendor) || !r.Code(&key) || !r.U32(&id) || !r.U32(&length))
-      return fail(where + " is truncated");
+    if (!r.Code(&vendor) || !r.Code(&key) || !r.U32(&id) || !r.U32(&length)) return fail(where + " is truncated");
     if (vendor != "8BIM") return fail(where + " has vendor code \"" + vendor + "\", not \"8BIM\"");
-    if (length > r.Left()) return fail(where + " (\"" + key + "\") claims " + std::to_string(length) + " bytes, only " +
-                                       std::to_string(r.Left()) + " left");
+    if (length > r.Left())
+      return fail(where + " (\"" + key + "\") claims " + std::to_string(length) + " bytes, only " +
+                  std::to_string(r.Left()) + " left");
     const uint8_t* d = bytes.data() + r.Pos();
     auto lengthPrefixed = [&](std::string* out) -> bool {
       if (length < 1 || d[0] > length - 1) return false;
@@ -85,8 +86,9 @@ PropertyInfo ParsePropertyList(const std::vector<uint8_t>& bytes) {
     auto needs = [&](uint32_t n) { return length >= n; };
     bool good = true;
     if (key == "kind") {
-      if ((good = needs(4))) info.kind = {static_cast<char>(d[3]), static_cast<char>(d[2]), static_cast<char>(d[1]),
-                                          static_cast<char>(d[0])};
+      if ((good = needs(4)))
+        info.kind = {static_cast<char>(d[3]), static_cast<char>(d[2]), static_cast<char>(d[1]),
+                     static_cast<char>(d[0])};
     } else if (key == "name") {
       good = lengthPrefixed(&info.name);
     } else if (key == "catg") {
@@ -96,9 +98,11 @@ PropertyInfo ParsePropertyList(const std::vector<uint8_t>& bytes) {
     } else if (key == "wx86") {
       info.entryPoint.assign(reinterpret_cast<const char*>(d), strnlen(reinterpret_cast<const char*>(d), length));
     } else if (key == "ePVR") {
-      if ((good = needs(4))) info.ePVRMajor = static_cast<int16_t>(LE16(d)), info.ePVRMinor = static_cast<int16_t>(LE16(d + 2));
+      if ((good = needs(4)))
+        info.ePVRMajor = static_cast<int16_t>(LE16(d)), info.ePVRMinor = static_cast<int16_t>(LE16(d + 2));
     } else if (key == "eSVR") {
-      if ((good = needs(4))) info.eSVRMajor = static_cast<int16_t>(LE16(d)), info.eSVRMinor = static_cast<int16_t>(LE16(d + 2));
+      if ((good = needs(4)))
+        info.eSVRMajor = static_cast<int16_t>(LE16(d)), info.eSVRMinor = static_cast<int16_t>(LE16(d + 2));
     } else if (key == "eVER") {
       if ((good = needs(4))) info.version = LE32(d);
     } else if (key == "eINF") {
@@ -130,8 +134,9 @@ std::string CheckEffectProperties(const PropertyInfo& info) {
     if (!has(k)) return std::string("property list has no \"") + k + "\" property";
   if (info.kind != "eFKT") return "module is not an effect (kind \"" + info.kind + "\")";
   if (info.entryPoint != "main") return "property list names entry point \"" + info.entryPoint + "\", not \"main\"";
-  if (info.eSVRMajor != 11) return "module speaks effect interface version " + std::to_string(info.eSVRMajor) + "." +
-                                   std::to_string(info.eSVRMinor) + ", not 11.x";
+  if (info.eSVRMajor != 11)
+    return "module speaks effect interface version " + std::to_string(info.eSVRMajor) + "." +
+           std::to_string(info.eSVRMinor) + ", not 11.x";
   return "";
 }
 

@@ -114,7 +114,8 @@ FilterValue FilterValueOf(const frei0r::ParamInfo& info, host::Host& h, int32_t 
   double v = 0.0;
   switch (info.kind) {
     case Kind::Slider:
-      v = (p.u.fd.value - static_cast<double>(p.u.fd.valid_min)) / (p.u.fd.valid_max - static_cast<double>(p.u.fd.valid_min));
+      v = (p.u.fd.value - static_cast<double>(p.u.fd.valid_min)) /
+          (p.u.fd.valid_max - static_cast<double>(p.u.fd.valid_min));
       break;
     case Kind::Angle: v = p.u.ad.value / 65536.0 / 360.0; break;
     case Kind::Popup: {
@@ -215,9 +216,7 @@ STUDIO_API const char* StudioUseInputBuffer() {
   return Hand("");
 }
 
-STUDIO_API const char* StudioCheckSize(int32_t width, int32_t height) {
-  return Hand(CheckSize(width, height));
-}
+STUDIO_API const char* StudioCheckSize(int32_t width, int32_t height) { return Hand(CheckSize(width, height)); }
 
 STUDIO_API const char* StudioRender(const char* settings) {
   Studio& s = *g_studio;

@@ -1,7 +1,7 @@
 #include "image_io.h"
 
-#include <fcntl.h>
 #include <errno.h>
+#include <fcntl.h>
 #include <signal.h>
 #include <stdio.h>
 #include <string.h>
@@ -128,7 +128,8 @@ bool JpegComplete(const std::string& path) {
     while (c != 0xFF && c != EOF) c = next();  // bytes between segments are skipped, as the decoder does
     if (c == EOF) break;
     int marker;
-    do marker = next(); while (marker == 0xFF);
+    do marker = next();
+    while (marker == 0xFF);
     if (marker == EOF) break;
     if (marker == 0xD9) {
       complete = true;
@@ -151,7 +152,8 @@ bool JpegComplete(const std::string& path) {
         continue;
       }
       int m;
-      do m = next(); while (m == 0xFF);
+      do m = next();
+      while (m == 0xFF);
       if (m == 0x00 || (m >= 0xD0 && m <= 0xD7)) {
         c = next();
         continue;
@@ -259,8 +261,9 @@ bool ReadImage(const std::string& path, host::Image* out, std::string* error) {
     // frame is allocated; tiled files in one piece (OpenImageIO 2.4's IFF
     // reader cannot give scanlines of its tiles).
     const bool tiled = format.tile_width > 0;
-    const size_t stripRows =
-        tiled ? h : std::max<size_t>(1, std::min<size_t>(h, (size_t{1} << 22) / (w * nch * type.size())));
+    const size_t stripRows = tiled ? h
+                                   : std::max<size_t>(1,
+                                                      std::min<size_t>(h, (size_t{1} << 22) / (w * nch * type.size())));
     std::vector<uint8_t> strip(stripRows * w * static_cast<size_t>(nch) * type.size());
     host::Image img;
     for (size_t y0 = 0; y0 < h; y0 += stripRows) {
@@ -304,7 +307,8 @@ bool CanWriteFormat(const std::string& path, std::string* error) {
     const std::string ext = fs::path(path).extension().string();
     OIIO::geterror();
     *error = "cannot write " + path + ": " +
-             (ext.empty() ? std::string("no file extension to choose a format by") : "no image format for \"" + ext + "\"");
+             (ext.empty() ? std::string("no file extension to choose a format by")
+                          : "no image format for \"" + ext + "\"");
     return false;
   }
   if (!Writable(*out)) {

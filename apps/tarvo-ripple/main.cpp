@@ -117,8 +117,7 @@ T ParseWhole(const std::string& option, const std::string& text, T min, T max) {
   if (b != e && *b == '+') ++b;
   long long v = 0;
   auto [ptr, ec] = std::from_chars(b, e, v);
-  if (b == e || ec != std::errc() || ptr != e)
-    throw UsageError{option + " \"" + text + "\" is not a whole number"};
+  if (b == e || ec != std::errc() || ptr != e) throw UsageError{option + " \"" + text + "\" is not a whole number"};
   if (v < static_cast<long long>(min) || v > static_cast<long long>(max))
     throw UsageError{option + " " + text + " is outside " + std::to_string(min) + " to " + std::to_string(max)};
   return static_cast<T>(v);
@@ -163,13 +162,13 @@ int Run(int argc, char** argv) {
       "       tarvo-ripple --list-params [--json]\n\n"
       "INPUT and OUTPUT may hold a frame number (%d, %04d) with --frames A-B; frame n renders at time n x "
       "time-step.\nOption and menu names match ignoring case, blanks, dashes and underscores. An option given twice "
-      "takes its last value.\nExit status: 0 done, 1 the effect reported an error, 2 a usage, input or output problem.");
+      "takes its last value.\nExit status: 0 done, 1 the effect reported an error, 2 a usage, input or output "
+      "problem.");
   // Like most command-line tools: the last of a repeated option wins.
   app.option_defaults()->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
 
-  std::string input, output, demo, size, frames, quality = "high", timeText, timeStepText = "1",
-                                                 timeScaleText = "30", jobsText, threadsText, pngText, failAlloc,
-                                                 moduleIgnored;
+  std::string input, output, demo, size, frames, quality = "high", timeText, timeStepText = "1", timeScaleText = "30",
+                                                 jobsText, threadsText, pngText, failAlloc, moduleIgnored;
   bool listParams = false, json = false, quiet = false, overwriteInput = false, stats = false;
   app.add_option("INPUT", input, "image to render (PNG, JPEG, TIFF, OpenEXR, ...)")->type_name("");
   app.add_option("OUTPUT", output, "image to write; the format follows its extension")->type_name("");
@@ -207,7 +206,10 @@ int Run(int argc, char** argv) {
     }
     const PF_ParamType t = o.declared.def.param_type;
     app.add_option("--" + o.name, paramText[i], OptionHelp(o))
-        ->type_name(t == PF_Param_POINT ? "X,Y" : t == PF_Param_POPUP ? "N|NAME" : t == PF_Param_ANGLE ? "DEGREES" : "VALUE")
+        ->type_name(t == PF_Param_POINT   ? "X,Y"
+                    : t == PF_Param_POPUP ? "N|NAME"
+                    : t == PF_Param_ANGLE ? "DEGREES"
+                                          : "VALUE")
         ->group("Effect parameters");
   }
 
@@ -231,7 +233,7 @@ int Run(int argc, char** argv) {
     if (listParams) {
       if (!input.empty() || !demo.empty()) throw UsageError{"--list-params takes no INPUT, OUTPUT or --demo"};
       const std::string text = json ? DescribeJson(session->Info(), session->Options())
-                                     : DescribeText(session->Info(), session->Options());
+                                    : DescribeText(session->Info(), session->Options());
       fwrite(text.data(), 1, text.size(), stdout);
       return kExitOk;
     }
@@ -247,7 +249,8 @@ int Run(int argc, char** argv) {
       output = demo;
     } else {
       if (!size.empty()) throw UsageError{"--size goes with --demo"};
-      if (input.empty() || output.empty()) throw UsageError{"give INPUT and OUTPUT, --demo OUTPUT or --list-params (see --help)"};
+      if (input.empty() || output.empty())
+        throw UsageError{"give INPUT and OUTPUT, --demo OUTPUT or --list-params (see --help)"};
     }
 
     if (MatchKey(quality) == "high") {
@@ -273,13 +276,15 @@ int Run(int argc, char** argv) {
     if (!frames.empty()) {
       job.output = Pattern(output);
       if (!job.demo) job.input = Pattern(input);
-      if (!timeText.empty()) throw UsageError{"--time goes with a single frame; with --frames frame n renders at n x time-step"};
+      if (!timeText.empty())
+        throw UsageError{"--time goes with a single frame; with --frames frame n renders at n x time-step"};
       if (!ParseFrameRange(frames, &job.first, &job.last, &error)) throw UsageError{error};
       if (!job.output.hasFrame)
         throw UsageError{"OUTPUT \"" + output + "\" needs a frame number such as %04d to render --frames"};
       const int64_t lastTime = int64_t{job.last} * job.timeStep, firstTime = int64_t{job.first} * job.timeStep;
       if (lastTime > INT32_MAX || lastTime < INT32_MIN || firstTime > INT32_MAX || firstTime < INT32_MIN)
-        throw UsageError{"--frames " + frames + " with --time-step " + timeStepText + " runs past the host's time range"};
+        throw UsageError{"--frames " + frames + " with --time-step " + timeStepText +
+                         " runs past the host's time range"};
       job.sequence = true;
       if (job.input.hasFrame) {
         for (int64_t n = job.first; n <= job.last; ++n) {
@@ -298,7 +303,8 @@ int Run(int argc, char** argv) {
     if (!CanWriteFormat(FramePath(job.output, job.first), &error)) throw UsageError{error};
     for (int64_t n = job.first; !job.demo && !overwriteInput && n <= job.last; ++n) {
       if (SameFile(FramePath(job.input, n), FramePath(job.output, n)))
-        throw UsageError{"OUTPUT " + FramePath(job.output, n) + " is the INPUT file; give --overwrite-input to replace it"};
+        throw UsageError{"OUTPUT " + FramePath(job.output, n) +
+                         " is the INPUT file; give --overwrite-input to replace it"};
     }
     if (std::string bad = ShareCores(job, std::thread::hardware_concurrency(), kMaxJobs); !bad.empty())
       throw UsageError{bad};
@@ -332,4 +338,3 @@ int main(int argc, char** argv) {
     return tarvo::cli::kExitError;
   }
 }
-

@@ -215,7 +215,8 @@ std::string ClosestName(const std::string& name, const std::vector<std::string>&
     for (size_t i = 1; i <= a.size(); ++i)
       for (size_t j = 1; j <= b.size(); ++j) {
         d[i][j] = std::min({d[i - 1][j] + 1, d[i][j - 1] + 1, d[i - 1][j - 1] + (a[i - 1] != b[j - 1])});
-        if (i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1]) d[i][j] = std::min(d[i][j], d[i - 2][j - 2] + 1);
+        if (i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1])
+          d[i][j] = std::min(d[i][j], d[i - 2][j - 2] + 1);
       }
     return d[a.size()][b.size()];
   };
@@ -229,7 +230,8 @@ std::string ClosestName(const std::string& name, const std::vector<std::string>&
 }
 
 bool ApplyValue(const ParamOption& opt, const std::string& text, host::Host& host, std::string* error) {
-  const std::string what = "--" + opt.name + " " + (text.empty() || text.find(' ') != std::string::npos ? "\"" + text + "\"" : text);
+  const std::string what = "--" + opt.name + " " +
+                           (text.empty() || text.find(' ') != std::string::npos ? "\"" + text + "\"" : text);
   PF_ParamDef& p = host.Param(opt.index);
   const PF_ParamDef& d = opt.declared.def;
   switch (d.param_type) {
@@ -268,7 +270,8 @@ bool ApplyValue(const ParamOption& opt, const std::string& text, host::Host& hos
         return false;
       }
       if (v != d.u.sd.dephault && (v < d.u.sd.valid_min || v > d.u.sd.valid_max)) {
-        *error = what + " is outside the range " + std::to_string(d.u.sd.valid_min) + " to " + std::to_string(d.u.sd.valid_max);
+        *error = what + " is outside the range " + std::to_string(d.u.sd.valid_min) + " to " +
+                 std::to_string(d.u.sd.valid_max);
         return false;
       }
       p.u.sd.value = static_cast<PF_ParamValue>(v);
@@ -338,7 +341,8 @@ bool ApplyValue(const ParamOption& opt, const std::string& text, host::Host& hos
         c[0] = r, c[1] = g, c[2] = b;
       } else if (parts.size() == 3) {
         good = true;
-        for (int i = 0; i < 3; ++i) good = good && ParseInt(parts[static_cast<size_t>(i)], &c[i]) && c[i] >= 0 && c[i] <= 255;
+        for (int i = 0; i < 3; ++i)
+          good = good && ParseInt(parts[static_cast<size_t>(i)], &c[i]) && c[i] >= 0 && c[i] <= 255;
       }
       if (!good) {
         *error = what + " is not a colour: give R,G,B (0 to 255) or #RRGGBB";
@@ -401,7 +405,8 @@ std::string OptionHelp(const ParamOption& opt) {
       std::string s = n + ": 1 to " + std::to_string(d.u.pd.num_choices) + " or a name, default " +
                       std::to_string(d.u.pd.dephault);
       const auto& c = opt.declared.choices;
-      if (d.u.pd.dephault >= 1 && static_cast<size_t>(d.u.pd.dephault) <= c.size() && Selectable(c[d.u.pd.dephault - 1]))
+      if (d.u.pd.dephault >= 1 && static_cast<size_t>(d.u.pd.dephault) <= c.size() &&
+          Selectable(c[d.u.pd.dephault - 1]))
         s += " (" + c[static_cast<size_t>(d.u.pd.dephault - 1)] + ")";
       return s;
     }
@@ -416,7 +421,10 @@ std::string DescribeText(const host::PropertyInfo& info, const std::vector<Param
   for (const ParamOption& o : options) {
     std::string left = "--" + o.name;
     const PF_ParamType t = o.declared.def.param_type;
-    left += t == PF_Param_POINT ? " X,Y" : t == PF_Param_POPUP ? " N|NAME" : t == PF_Param_ANGLE ? " DEGREES" : " VALUE";
+    left += t == PF_Param_POINT   ? " X,Y"
+            : t == PF_Param_POPUP ? " N|NAME"
+            : t == PF_Param_ANGLE ? " DEGREES"
+                                  : " VALUE";
     out << "  " << left << std::string(left.size() < 30 ? 30 - left.size() : 1, ' ') << OptionHelp(o) << "\n";
     if (t == PF_Param_POPUP) {
       std::string line;
@@ -447,20 +455,23 @@ std::string DescribeJson(const host::PropertyInfo& info, const std::vector<Param
     switch (d.param_type) {
       case PF_Param_FIX_SLIDER: {
         out << ", \"min\": " << FormatFixed(d.u.fd.valid_min) << ", \"max\": " << FormatFixed(d.u.fd.valid_max)
-            << ", \"default\": " << FormatFixed(d.u.fd.dephault) << ", \"slider_min\": " << FormatFixed(d.u.fd.slider_min)
+            << ", \"default\": " << FormatFixed(d.u.fd.dephault)
+            << ", \"slider_min\": " << FormatFixed(d.u.fd.slider_min)
             << ", \"slider_max\": " << FormatFixed(d.u.fd.slider_max) << ", \"precision\": " << d.u.fd.precision
             << ", \"also_accepted\": [";
         // The declared default is accepted wherever it lies.
         if (d.u.fd.dephault < d.u.fd.valid_min || d.u.fd.dephault > d.u.fd.valid_max)
           out << "{\"value\": " << FormatFixed(d.u.fd.dephault) << ", \"why\": "
-              << JsonString("the declared default, outside the declared range: the plug-in declares it so and renders it")
+              << JsonString(
+                     "the declared default, outside the declared range: the plug-in declares it so and renders it")
               << "}";
         out << "], \"fixed\": {\"min\": " << d.u.fd.valid_min << ", \"max\": " << d.u.fd.valid_max
             << ", \"default\": " << d.u.fd.dephault << "}";
         break;
       }
       case PF_Param_SLIDER:
-        out << ", \"min\": " << d.u.sd.valid_min << ", \"max\": " << d.u.sd.valid_max << ", \"default\": " << d.u.sd.dephault;
+        out << ", \"min\": " << d.u.sd.valid_min << ", \"max\": " << d.u.sd.valid_max
+            << ", \"default\": " << d.u.sd.dephault;
         break;
       case PF_Param_ANGLE:
         // Angles declare no range: any angle the host's numbers hold.
@@ -475,8 +486,8 @@ std::string DescribeJson(const host::PropertyInfo& info, const std::vector<Param
         break;
       case PF_Param_POINT:
         out << ", \"default_percent\": [" << FormatFixed(d.u.td.x_dephault) << ", " << FormatFixed(d.u.td.y_dephault)
-            << "], \"restrict_bounds\": " << (d.u.td.restrict_bounds ? "true" : "false") << ", \"fixed\": {\"default\": ["
-            << d.u.td.x_dephault << ", " << d.u.td.y_dephault << "]}";
+            << "], \"restrict_bounds\": " << (d.u.td.restrict_bounds ? "true" : "false")
+            << ", \"fixed\": {\"default\": [" << d.u.td.x_dephault << ", " << d.u.td.y_dephault << "]}";
         break;
       case PF_Param_POPUP: {
         // choices: the name of each menu value 1..num_choices, null for a

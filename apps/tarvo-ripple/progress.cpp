@@ -54,7 +54,8 @@ void ProgressBar::Finish(int64_t done) {
 
 void ProgressBar::Draw(int64_t done) {
   const double elapsed = std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
-  const std::string left = done > 0 ? Clock(elapsed / static_cast<double>(done) * static_cast<double>(total_ - done)) : "?";
+  const std::string left = done > 0 ? Clock(elapsed / static_cast<double>(done) * static_cast<double>(total_ - done))
+                                    : "?";
   const std::string n = std::to_string(done), all = std::to_string(total_);
   // The line stays one column short of the width, so the terminal never
   // wraps it: the long text, else a short one, else as much as fits.

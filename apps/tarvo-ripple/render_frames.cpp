@@ -65,7 +65,8 @@ void PrintStats(const RenderJob& job, const FrameTimes* times, int64_t count, in
   }
   snprintf(line, sizeof line, "total\t%.3f\t%.3f\t%.3f\n", sum[0] * 1e3, sum[1] * 1e3, sum[2] * 1e3);
   out += line;
-  snprintf(line, sizeof line, "wall_ms\t%.3f\tframes\t%lld\tjobs\t%d\n", wall * 1e3, static_cast<long long>(finished), jobs);
+  snprintf(line, sizeof line, "wall_ms\t%.3f\tframes\t%lld\tjobs\t%d\n", wall * 1e3, static_cast<long long>(finished),
+           jobs);
   out += line;
   fwrite(out.data(), 1, out.size(), stdout);
   fflush(stdout);
@@ -286,7 +287,8 @@ int RunRenderJob(const RenderJob& job, EffectSession& session) {
   if (jobs > 1) {
     mapped = mmap(nullptr, mappedSize, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
     if (job.stats && mapped != MAP_FAILED) {
-      mappedTimes = mmap(nullptr, timesBytes, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+      mappedTimes = mmap(nullptr, timesBytes, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS | MAP_NORESERVE, -1,
+                         0);
       if (mappedTimes == MAP_FAILED) munmap(mapped, mappedSize), mapped = MAP_FAILED;
     }
     if (mapped == MAP_FAILED) jobs = 1;  // render here instead

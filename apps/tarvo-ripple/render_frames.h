@@ -23,7 +23,7 @@ struct RenderJob {
   PF_Quality quality = PF_Quality_HI;
   int32_t time = 0, timeStep = 1;
   uint32_t timeScale = 30;
-  int64_t failAllocationAt = 0;     // > 0: the plug-in's Nth allocation of each frame fails
+  int64_t failAllocationAt = 0;  // > 0: the plug-in's Nth allocation of each frame fails
 
   bool demo = false;
   int32_t demoWidth = 0, demoHeight = 0;

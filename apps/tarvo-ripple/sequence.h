@@ -12,7 +12,7 @@ namespace tarvo::cli {
 struct FramePattern {
   std::string prefix, suffix;  // '%%' already resolved
   bool hasFrame = false;
-  int width = 0;               // minimum digits
+  int width = 0;  // minimum digits
   bool zeroPad = false;
 };
 

@@ -96,15 +96,12 @@ int main(int argc, char** argv) {
   cv::Mat dst(h, w, CV_8UC4), copy(h, w, CV_8UC4);
   const size_t bytes = static_cast<size_t>(w) * h * 4;
   Measure("memcpy", repetitions, [&] { memcpy(copy.data, src.data, bytes); });
-  Measure("remap_linear_float_map", repetitions, [&] {
-    cv::remap(src, dst, mapX, mapY, cv::INTER_LINEAR, cv::BORDER_CONSTANT, cv::Scalar());
-  });
-  Measure("remap_linear_fixed_map", repetitions, [&] {
-    cv::remap(src, dst, fixedXY, fixedFrac, cv::INTER_LINEAR, cv::BORDER_CONSTANT, cv::Scalar());
-  });
-  Measure("remap_nearest_float_map", repetitions, [&] {
-    cv::remap(src, dst, mapX, mapY, cv::INTER_NEAREST, cv::BORDER_CONSTANT, cv::Scalar());
-  });
+  Measure("remap_linear_float_map", repetitions,
+          [&] { cv::remap(src, dst, mapX, mapY, cv::INTER_LINEAR, cv::BORDER_CONSTANT, cv::Scalar()); });
+  Measure("remap_linear_fixed_map", repetitions,
+          [&] { cv::remap(src, dst, fixedXY, fixedFrac, cv::INTER_LINEAR, cv::BORDER_CONSTANT, cv::Scalar()); });
+  Measure("remap_nearest_float_map", repetitions,
+          [&] { cv::remap(src, dst, mapX, mapY, cv::INTER_NEAREST, cv::BORDER_CONSTANT, cv::Scalar()); });
 
   cv::Mat effectXY;
   if (argc > 3) {
@@ -121,19 +118,16 @@ int main(int argc, char** argv) {
       fprintf(stderr, "%s is cut short\n", argv[3]);
       return 1;
     }
-    Measure("remap_linear_effect_map", repetitions, [&] {
-      cv::remap(src, dst, effectXY, cv::noArray(), cv::INTER_LINEAR, cv::BORDER_CONSTANT, cv::Scalar());
-    });
+    Measure("remap_linear_effect_map", repetitions,
+            [&] { cv::remap(src, dst, effectXY, cv::noArray(), cv::INTER_LINEAR, cv::BORDER_CONSTANT, cv::Scalar()); });
   }
 
   cv::setNumThreads(-1);  // OpenCV's default: every core
-  Measure("remap_linear_float_map_all_cores", repetitions, [&] {
-    cv::remap(src, dst, mapX, mapY, cv::INTER_LINEAR, cv::BORDER_CONSTANT, cv::Scalar());
-  });
+  Measure("remap_linear_float_map_all_cores", repetitions,
+          [&] { cv::remap(src, dst, mapX, mapY, cv::INTER_LINEAR, cv::BORDER_CONSTANT, cv::Scalar()); });
   if (!effectXY.empty()) {
-    Measure("remap_linear_effect_map_all_cores", repetitions, [&] {
-      cv::remap(src, dst, effectXY, cv::noArray(), cv::INTER_LINEAR, cv::BORDER_CONSTANT, cv::Scalar());
-    });
+    Measure("remap_linear_effect_map_all_cores", repetitions,
+            [&] { cv::remap(src, dst, effectXY, cv::noArray(), cv::INTER_LINEAR, cv::BORDER_CONSTANT, cv::Scalar()); });
   }
   return 0;
 }

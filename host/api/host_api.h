@@ -107,9 +107,13 @@ typedef struct PF_LayerDef {
 } PF_LayerDef;
 typedef PF_LayerDef PF_EffectWorld;
 
-enum { PF_MAX_EFFECT_NAME_LEN = 31, PF_MAX_EFFECT_PARAM_NAME_LEN = 31,
-       PF_MAX_PARAM_DESCRIPTION_LEN = 31, PF_MAX_PARAM_VALUE_LEN = 31,
-       PF_MAX_EFFECT_MSG_LEN = 255 };
+enum {
+  PF_MAX_EFFECT_NAME_LEN = 31,
+  PF_MAX_EFFECT_PARAM_NAME_LEN = 31,
+  PF_MAX_PARAM_DESCRIPTION_LEN = 31,
+  PF_MAX_PARAM_VALUE_LEN = 31,
+  PF_MAX_EFFECT_MSG_LEN = 255
+};
 
 typedef struct {
   PF_ParamValue value;
@@ -194,8 +198,8 @@ typedef PF_ParamDef** PF_ParamList;
 typedef PF_Err(PF_CDECL* PF_FuncPtr)(void);
 
 typedef struct {
-  PF_Err(PF_CDECL* checkout_param)(PF_ProgPtr effect_ref, PF_ParamIndex index, int32_t what_time,
-                                   int32_t time_step, uint32_t time_scale, PF_ParamDef* param);
+  PF_Err(PF_CDECL* checkout_param)(PF_ProgPtr effect_ref, PF_ParamIndex index, int32_t what_time, int32_t time_step,
+                                   uint32_t time_scale, PF_ParamDef* param);
   PF_Err(PF_CDECL* checkin_param)(PF_ProgPtr effect_ref, PF_ParamDef* param);
   PF_Err(PF_CDECL* add_param)(PF_ProgPtr effect_ref, PF_ParamIndex index, PF_ParamDef* def);
   PF_Err(PF_CDECL* abort)(PF_ProgPtr effect_ref);
@@ -247,16 +251,15 @@ typedef struct {
   PF_FuncPtr composite_rect;
   PF_FuncPtr blend;
   PF_FuncPtr convolve;
-  PF_Err(PF_CDECL* copy)(PF_ProgPtr effect_ref, PF_EffectWorld* src, PF_EffectWorld* dst,
-                         PF_Rect* src_r, PF_Rect* dst_r);
-  PF_Err(PF_CDECL* fill)(PF_ProgPtr effect_ref, const PF_Pixel* color, const PF_Rect* dst_rect,
-                         PF_EffectWorld* world);
+  PF_Err(PF_CDECL* copy)(PF_ProgPtr effect_ref, PF_EffectWorld* src, PF_EffectWorld* dst, PF_Rect* src_r,
+                         PF_Rect* dst_r);
+  PF_Err(PF_CDECL* fill)(PF_ProgPtr effect_ref, const PF_Pixel* color, const PF_Rect* dst_rect, PF_EffectWorld* world);
   PF_FuncPtr gaussian_kernel;
   PF_FuncPtr iterate;
   PF_FuncPtr premultiply;
   PF_FuncPtr premultiply_color;
-  PF_Err(PF_CDECL* new_world)(PF_ProgPtr effect_ref, int32_t width, int32_t height,
-                              PF_NewWorldFlags flags, PF_EffectWorld* world);
+  PF_Err(PF_CDECL* new_world)(PF_ProgPtr effect_ref, int32_t width, int32_t height, PF_NewWorldFlags flags,
+                              PF_EffectWorld* world);
   PF_FuncPtr get_platform_refs;
   PF_Err(PF_CDECL* dispose_world)(PF_ProgPtr effect_ref, PF_EffectWorld* world);
   PF_FuncPtr iterate_origin;
@@ -353,8 +356,8 @@ typedef struct PF_OutData {
 } PF_OutData;
 
 // The entry point every host calls (exported as "main").
-typedef PF_Err(PF_CDECL* PF_EntryFunc)(PF_Cmd cmd, PF_InData* in_data, PF_OutData* out_data,
-                                       PF_ParamDef* params[], PF_LayerDef* output, void* extra);
+typedef PF_Err(PF_CDECL* PF_EntryFunc)(PF_Cmd cmd, PF_InData* in_data, PF_OutData* out_data, PF_ParamDef* params[],
+                                       PF_LayerDef* output, void* extra);
 
 enum {
   PF_Cmd_ABOUT = 0,

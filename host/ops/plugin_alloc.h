@@ -22,7 +22,7 @@ struct AllocStats {
   int64_t allocCount;  // allocations attempted since the last reset
   int64_t liveBlocks;  // blocks not yet freed
   int64_t liveBytes;
-  int64_t peakBytes;   // highest liveBytes since the last reset
+  int64_t peakBytes;  // highest liveBytes since the last reset
 };
 AllocStats* PluginAllocStats();
 

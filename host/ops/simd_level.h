@@ -12,8 +12,7 @@
 #if defined(__SSE2__) || defined(_M_X64) || (defined(_M_IX86_FP) && _M_IX86_FP >= 2)
 #define TARVO_SSE2_PATHS 1
 #endif
-#if (defined(__GNUC__) || defined(__clang__)) && (defined(__x86_64__) || defined(__i386__)) && \
-    defined(TARVO_SSE2_PATHS)
+#if (defined(__GNUC__) || defined(__clang__)) && (defined(__x86_64__) || defined(__i386__)) && defined(TARVO_SSE2_PATHS)
 #define TARVO_AVX2_PATHS 1
 #define TARVO_AVX2 __attribute__((target("avx2")))
 #define TARVO_AVX2_INLINE __attribute__((target("avx2"), always_inline)) inline

@@ -67,8 +67,8 @@ void RippleRenderer::ComputeSymmetricRow(int32_t j, FieldBranch branch) {
   const double yy = static_cast<double>(y) * y;
   const double outer = outerRadiusPx;
   const bool acrossRows = branch == FieldBranch::kAxisStretched && (stretchAngle == 90 || stretchAngle == 270);
-  const double radicand =
-      acrossRows ? outer * outer - yy * (static_cast<double>(stretch) * stretch) : outer * outer - yy;
+  const double radicand = acrossRows ? outer * outer - yy * (static_cast<double>(stretch) * stretch)
+                                     : outer * outer - yy;
   const int32_t n = RowLength(radicand, quadCols);
   quadrant->rowLength[j] = n;
 

@@ -12,7 +12,6 @@
 #include "field_spreading.h"
 #include "geometry.h"
 
-
 namespace tarvo::avx2 {
 
 namespace {
@@ -48,8 +47,9 @@ TARVO_AVX2 inline __m256 Interpolate(const int32_t* entries, __m256i index, __m2
   // Even and odd halves, lanes 0, 1, 4, 5, 2, 3, 6, 7 put back in order.
   const __m256 e0 = _mm256_cvtepi32_ps(_mm256_castps_si256(InOrder(_mm256_shuffle_ps(low, high, 0x88))));
   const __m256 e1 = _mm256_cvtepi32_ps(_mm256_castps_si256(InOrder(_mm256_shuffle_ps(low, high, 0xDD))));
-  const __m256 sum = _mm256_add_ps(_mm256_mul_ps(e0, _mm256_cvtepi32_ps(_mm256_sub_epi32(_mm256_set1_epi32(256), frac))),
-                                   _mm256_mul_ps(e1, _mm256_cvtepi32_ps(frac)));
+  const __m256 sum = _mm256_add_ps(
+      _mm256_mul_ps(e0, _mm256_cvtepi32_ps(_mm256_sub_epi32(_mm256_set1_epi32(256), frac))),
+      _mm256_mul_ps(e1, _mm256_cvtepi32_ps(frac)));
   const __m256i v = _mm256_srai_epi32(_mm256_cvttps_epi32(sum), 8);
   return _mm256_mul_ps(_mm256_cvtepi32_ps(v), _mm256_set1_ps(1.0f / 65536.0f));
 }
@@ -58,8 +58,8 @@ TARVO_AVX2 inline __m256 Interpolate(const int32_t* entries, __m256i index, __m2
 // reduced to one period by an exact multiply-high quotient.
 TARVO_AVX2 inline __m256 ReadReduced(const int32_t* entries, __m256i t) {
   const __m256i whole = _mm256_srli_epi32(t, 16);
-  const __m256i periods =
-      _mm256_srli_epi16(_mm256_mulhi_epu16(whole, _mm256_set1_epi32(kDegreeQuotientFactor)), kDegreeQuotientShift);
+  const __m256i periods = _mm256_srli_epi16(_mm256_mulhi_epu16(whole, _mm256_set1_epi32(kDegreeQuotientFactor)),
+                                            kDegreeQuotientShift);
   const __m256i index = _mm256_sub_epi32(whole, _mm256_mullo_epi16(periods, _mm256_set1_epi32(360)));
   return Interpolate(entries, index, _mm256_and_si256(_mm256_srli_epi32(t, 8), _mm256_set1_epi32(255)));
 }
@@ -72,7 +72,8 @@ TARVO_AVX2 inline bool ReadWaveSigned(__m256 angles, const int32_t* entries, __m
   __m256i t = _mm256_cvttps_epi32(_mm256_mul_ps(angles, _mm256_set1_ps(65536.0f)));
   t = _mm256_add_epi32(t, _mm256_and_si256(_mm256_cmpgt_epi32(_mm256_setzero_si256(), t),
                                            _mm256_set1_epi32(static_cast<int32_t>(kWavePeriodFixed))));
-  *values = Interpolate(entries, _mm256_srai_epi32(t, 16), _mm256_and_si256(_mm256_srli_epi32(t, 8), _mm256_set1_epi32(255)));
+  *values = Interpolate(entries, _mm256_srai_epi32(t, 16),
+                        _mm256_and_si256(_mm256_srli_epi32(t, 8), _mm256_set1_epi32(255)));
   return true;
 }
 
@@ -97,9 +98,9 @@ TARVO_AVX2 inline bool ArcTan(__m256 ratio, __m256* radians) {
   const __m256d offset = _mm256_set1_pd(t.offset), invStep = _mm256_set1_pd(t.invStep);
   const __m256 s = Narrow(_mm256_mul_pd(_mm256_add_pd(Lo(ratio), offset), invStep),
                           _mm256_mul_pd(_mm256_add_pd(Hi(ratio), offset), invStep));
-  const __m256 inside =
-      _mm256_and_ps(_mm256_cmp_ps(s, _mm256_setzero_ps(), _CMP_GT_OQ),
-                    _mm256_cmp_ps(s, _mm256_set1_ps(static_cast<float>(ArcTanTable::kEntries - 1)), _CMP_LE_OQ));
+  const __m256 inside = _mm256_and_ps(
+      _mm256_cmp_ps(s, _mm256_setzero_ps(), _CMP_GT_OQ),
+      _mm256_cmp_ps(s, _mm256_set1_ps(static_cast<float>(ArcTanTable::kEntries - 1)), _CMP_LE_OQ));
   if (_mm256_movemask_ps(inside) != 0xFF) return false;
   const __m256i fixedS = _mm256_cvttps_epi32(_mm256_mul_ps(s, _mm256_set1_ps(65536.0f)));
   // At s = 400 (a ratio of 1) the last entry, read as entry 399 with the
@@ -107,7 +108,8 @@ TARVO_AVX2 inline bool ArcTan(__m256 ratio, __m256* radians) {
   const __m256i index = _mm256_srai_epi32(fixedS, 16);
   const __m256i atEnd = _mm256_cmpeq_epi32(index, _mm256_set1_epi32(ArcTanTable::kEntries - 1));
   const __m256i frac = _mm256_srli_epi32(_mm256_and_si256(fixedS, _mm256_set1_epi32(0xFFFF)), 8);
-  *radians = Interpolate(t.entries, _mm256_add_epi32(index, atEnd), _mm256_sub_epi32(frac, _mm256_slli_epi32(atEnd, 8)));
+  *radians = Interpolate(t.entries, _mm256_add_epi32(index, atEnd),
+                         _mm256_sub_epi32(frac, _mm256_slli_epi32(atEnd, 8)));
   return true;
 }
 
@@ -129,15 +131,12 @@ TARVO_AVX2 inline void Twirl(const FieldKernel& k, __m256 d, const __m256d angul
     switch (k.twirl) {
       case 0: {
         // A zero stays the same zero; within 0.1 of the centre it is 0.
-        const __m256d v = anyAngular
-                              ? _mm256_div_pd(_mm256_mul_pd(angular[h], _mm256_set1_pd(kDegreesPerRadian)), dd)
-                              : angular[h];
+        const __m256d v = anyAngular ? _mm256_div_pd(_mm256_mul_pd(angular[h], _mm256_set1_pd(kDegreesPerRadian)), dd)
+                                     : angular[h];
         turned[h] = _mm256_and_pd(h == 0 ? LoMask(near) : HiMask(near), v);
         break;
       }
-      case 1:
-        turned[h] = _mm256_mul_pd(angular[h], ts);
-        break;
+      case 1: turned[h] = _mm256_mul_pd(angular[h], ts); break;
       case 2:
         turned[h] = _mm256_mul_pd(_mm256_mul_pd(angular[h], ts), _mm256_mul_pd(_mm256_set1_pd(k.twirlGrowth), dd));
         break;
@@ -162,7 +161,8 @@ TARVO_AVX2 bool CircularEight(const FieldKernel& k, float y, double yy, float x,
   const __m256 xs = _mm256_add_ps(_mm256_set1_ps(x), _mm256_setr_ps(0, 1, 2, 3, 4, 5, 6, 7));
   const __m256 d = Distance(xs, yy);
   const __m256d dpp = _mm256_set1_pd(k.degreesPerPixel), phase = _mm256_set1_pd(k.phase);
-  const __m256 p = Narrow(_mm256_add_pd(_mm256_mul_pd(Lo(d), dpp), phase), _mm256_add_pd(_mm256_mul_pd(Hi(d), dpp), phase));
+  const __m256 p = Narrow(_mm256_add_pd(_mm256_mul_pd(Lo(d), dpp), phase),
+                          _mm256_add_pd(_mm256_mul_pd(Hi(d), dpp), phase));
   if (!PlainPhase(p)) return false;
 
   // FastAtan2(y, x) for x, y > 0: the table at min / max, from π/2 when
@@ -286,8 +286,8 @@ TARVO_AVX2 bool StretchedEight(const FieldKernel& k, __m256 d, __m256 a, bool cl
     }
     radial[h] = rad;
     angular[h] = ang;
-    anyAngular |=
-        _mm256_movemask_pd(_mm256_andnot_pd(cut[h], _mm256_cmp_pd(ang, _mm256_setzero_pd(), _CMP_NEQ_UQ))) != 0;
+    anyAngular |= _mm256_movemask_pd(_mm256_andnot_pd(cut[h], _mm256_cmp_pd(ang, _mm256_setzero_pd(), _CMP_NEQ_UQ))) !=
+                  0;
   }
   __m256d turned[2];
   Twirl(k, d, angular, anyAngular, turned);
@@ -340,8 +340,8 @@ TARVO_AVX2 inline void StoreBackward(MapPoint* at, __m256d rows, __m256d columns
 }
 
 // Entries begin..end − 1 one at a time, as the per-entry writers do.
-void SymmetricOneByOne(const Polar* polar, const Displacement* disp, int32_t begin, int32_t end, double cy,
-                       double cx, int32_t centreCol, MapPoint* upper, MapPoint* lower, bool right, bool left) {
+void SymmetricOneByOne(const Polar* polar, const Displacement* disp, int32_t begin, int32_t end, double cy, double cx,
+                       int32_t centreCol, MapPoint* upper, MapPoint* lower, bool right, bool left) {
   MapRowWriter up{upper ? upper : lower}, lo{lower ? lower : upper};
   for (int32_t i = begin; i < end; ++i) {
     SpreadEntry(polar[i], disp[i], upper != nullptr, lower != nullptr, right, left, cy, cx, g_sineTable.entries,
@@ -349,8 +349,8 @@ void SymmetricOneByOne(const Polar* polar, const Displacement* disp, int32_t beg
   }
 }
 
-void RotatedOneByOne(const Polar* polar, const Displacement* disp, int32_t begin, int32_t end, double cy,
-                     double cx, MapPoint* upper, int32_t upperShift, MapPoint* lower, int32_t lowerShift) {
+void RotatedOneByOne(const Polar* polar, const Displacement* disp, int32_t begin, int32_t end, double cy, double cx,
+                     MapPoint* upper, int32_t upperShift, MapPoint* lower, int32_t lowerShift) {
   MapRowWriter up{upper}, lo{lower};
   for (int32_t c = begin; c < end; ++c) {
     SpreadRotatedEntry(polar[c], disp[c], upper != nullptr, lower != nullptr, cy, cx, g_sineTable.entries,
@@ -360,9 +360,9 @@ void RotatedOneByOne(const Polar* polar, const Displacement* disp, int32_t begin
 
 }  // namespace
 
-TARVO_AVX2 void SpreadSymmetricRun(const Polar* polar, const Displacement* disp, int32_t begin, int32_t end,
-                                   double cy, double cx, int32_t centreCol, MapPoint* upper, MapPoint* lower,
-                                   bool right, bool left) {
+TARVO_AVX2 void SpreadSymmetricRun(const Polar* polar, const Displacement* disp, int32_t begin, int32_t end, double cy,
+                                   double cx, int32_t centreCol, MapPoint* upper, MapPoint* lower, bool right,
+                                   bool left) {
   const bool upRight = upper && right, upLeft = upper && left;
   const bool loRight = lower && right, loLeft = lower && left;
   const __m256d centreY = _mm256_set1_pd(cy), centreX = _mm256_set1_pd(cx);
@@ -391,9 +391,8 @@ TARVO_AVX2 void SpreadSymmetricRun(const Polar* polar, const Displacement* disp,
   SymmetricOneByOne(polar, disp, i, end, cy, cx, centreCol, upper, lower, right, left);
 }
 
-TARVO_AVX2 void SpreadRotatedRun(const Polar* polar, const Displacement* disp, int32_t begin, int32_t end,
-                                 double cy, double cx, MapPoint* upper, int32_t upperShift, MapPoint* lower,
-                                 int32_t lowerShift) {
+TARVO_AVX2 void SpreadRotatedRun(const Polar* polar, const Displacement* disp, int32_t begin, int32_t end, double cy,
+                                 double cx, MapPoint* upper, int32_t upperShift, MapPoint* lower, int32_t lowerShift) {
   const __m256d centreY = _mm256_set1_pd(cy), centreX = _mm256_set1_pd(cx);
   int32_t c = begin;
   for (; c + 4 <= end; c += 4) {

@@ -44,10 +44,8 @@ struct FieldKernel {
         if (!(d > 0.1f)) return 0.0;
         // A zero stays the same zero: no division needed.
         return angular == 0.0 ? angular : angular * kDegreesPerRadian / d;
-      case 1:
-        return angular * twirlScale;
-      case 2:
-        return (angular * twirlScale) * (twirlGrowth * d);
+      case 1: return angular * twirlScale;
+      case 2: return (angular * twirlScale) * (twirlGrowth * d);
       default: {
         const double g = twirlGrowth * d;
         return (angular * twirlScale) * (g * g);

@@ -24,8 +24,8 @@ int32_t StretchedRow(const FieldKernel& k, float y, double yy, int32_t begin, in
 
 // Spreading, entries begin..end − 1 of a symmetric quadrant row whose four
 // points all lie in the frame (map rows upper and lower both inside).
-void SpreadFourPointRun(const Polar* polar, const Displacement* disp, int32_t begin, int32_t end, double cy,
-                        double cx, int32_t centreCol, MapPoint* upper, MapPoint* lower);
+void SpreadFourPointRun(const Polar* polar, const Displacement* disp, int32_t begin, int32_t end, double cy, double cx,
+                        int32_t centreCol, MapPoint* upper, MapPoint* lower);
 
 }  // namespace sse2
 #endif
@@ -50,14 +50,14 @@ int32_t StretchedRow(const FieldKernel& k, float y, double yy, int32_t begin, in
 // field: upper and lower are the map rows centreRow − j and
 // centreRow + 1 + j (null when outside the frame); right and left whether
 // the points at columns centreCol + 1 + i and centreCol − i are written.
-void SpreadSymmetricRun(const Polar* polar, const Displacement* disp, int32_t begin, int32_t end, double cy,
-                        double cx, int32_t centreCol, MapPoint* upper, MapPoint* lower, bool right, bool left);
+void SpreadSymmetricRun(const Polar* polar, const Displacement* disp, int32_t begin, int32_t end, double cy, double cx,
+                        int32_t centreCol, MapPoint* upper, MapPoint* lower, bool right, bool left);
 
 // The same for a rotated field's row: entry c writes upper[c − upperShift]
 // and its reflection lower[lowerShift − c] (each only when its row is not
 // null).
-void SpreadRotatedRun(const Polar* polar, const Displacement* disp, int32_t begin, int32_t end, double cy,
-                      double cx, MapPoint* upper, int32_t upperShift, MapPoint* lower, int32_t lowerShift);
+void SpreadRotatedRun(const Polar* polar, const Displacement* disp, int32_t begin, int32_t end, double cy, double cx,
+                      MapPoint* upper, int32_t upperShift, MapPoint* lower, int32_t lowerShift);
 
 }  // namespace avx2
 #endif

@@ -73,7 +73,6 @@ struct MapRowWriter {
   void Put(int32_t column, float r, float c) { row[column] = MapPoint{r, c}; }
 };
 
-
 // Calls run(b, e) for the pieces of begin..end − 1 that the cuts divide it
 // into, in order.
 template <class Run>
@@ -92,7 +91,9 @@ inline void ForEachPiece(int32_t begin, int32_t end, int32_t (&cuts)[4], Run run
 // Sinks that hand out the map's rows (the production sink) can be written
 // eight floats at a time.
 template <class Sink>
-constexpr bool kWritesMapRows = requires { Sink::kWritesMapRows; };
+constexpr bool kWritesMapRows = requires {
+  Sink::kWritesMapRows;
+};
 
 // Tells a sink that wants to know that the rows of a quadrant row are done.
 template <class Sink>
@@ -157,8 +158,8 @@ void SpreadSymmetric(const RippleRenderer& rr, Sink& sink, int32_t jBegin, int32
     const Polar* polar = q.polar + q.Index(j, 0);
     const Displacement* disp = q.displacement + q.Index(j, 0);
     auto general = [&](int32_t i) {
-      SpreadEntry(polar[i], disp[i], up, lo, i >= rBegin && i < rEnd, i >= lBegin && i < lEnd, cy, cx, sine,
-                  cc + 1 + i, cc - i, upper, lower);
+      SpreadEntry(polar[i], disp[i], up, lo, i >= rBegin && i < rEnd, i >= lBegin && i < lEnd, cy, cx, sine, cc + 1 + i,
+                  cc - i, upper, lower);
     };
     int32_t i = reach.begin;
 #ifdef TARVO_SSE2_PATHS
@@ -238,7 +239,8 @@ void SpreadRotated(const RippleRenderer& rr, Sink& sink, int32_t jBegin, int32_t
       const int32_t upCol = c - ls, loCol = rs - c;
       const bool upPoint = up && upCol >= uFirst && upCol <= uLast;
       const bool loPoint = lo && loCol >= lFirst && loCol <= lLast;
-      if (upPoint || loPoint) SpreadRotatedEntry(polar[c], disp[c], upPoint, loPoint, cy, cx, sine, upCol, loCol, upper, lower);
+      if (upPoint || loPoint)
+        SpreadRotatedEntry(polar[c], disp[c], upPoint, loPoint, cy, cx, sine, upCol, loCol, upper, lower);
     }
     FinishRows(sink, up, upRow, lo, loRow);
   }

@@ -54,15 +54,16 @@ inline __m128 ReadArcTan4(__m128 s) {
   const __m128i index = _mm_srai_epi32(fixedS, 16);
   const __m128i atEnd = _mm_cmpeq_epi32(index, _mm_set1_epi32(ArcTanTable::kEntries - 1));
   const __m128i frac = _mm_srli_epi32(_mm_and_si128(fixedS, _mm_set1_epi32(0xFFFF)), 8);
-  return Interpolate4(g_arcTanTable.entries, _mm_add_epi32(index, atEnd), _mm_sub_epi32(frac, _mm_slli_epi32(atEnd, 8)));
+  return Interpolate4(g_arcTanTable.entries, _mm_add_epi32(index, atEnd),
+                      _mm_sub_epi32(frac, _mm_slli_epi32(atEnd, 8)));
 }
 
 // A table read at four angles t (degrees in 16.16, 0 ≤ t < 2^31): whole
 // degrees reduced to one period by an exact multiply-high quotient.
 inline __m128 ReadReduced4(const int32_t* entries, __m128i t) {
   const __m128i whole = _mm_srli_epi32(t, 16);
-  const __m128i periods =
-      _mm_srli_epi16(_mm_mulhi_epu16(whole, _mm_set1_epi32(kDegreeQuotientFactor)), kDegreeQuotientShift);
+  const __m128i periods = _mm_srli_epi16(_mm_mulhi_epu16(whole, _mm_set1_epi32(kDegreeQuotientFactor)),
+                                         kDegreeQuotientShift);
   const __m128i index = _mm_sub_epi32(whole, _mm_mullo_epi16(periods, _mm_set1_epi32(360)));
   return Interpolate4(entries, index, _mm_and_si128(_mm_srli_epi32(t, 8), _mm_set1_epi32(255)));
 }
@@ -85,10 +86,13 @@ inline __m128 ArcTanPosition(__m128 ys, __m128 xs, __m128* inside) {
   return s;
 }
 
-
 // A lane mask of four floats as a pair of double masks (lanes 0, 1 or 2, 3).
-inline __m128d LowMask(__m128 m) { return _mm_castsi128_pd(_mm_shuffle_epi32(_mm_castps_si128(m), _MM_SHUFFLE(1, 1, 0, 0))); }
-inline __m128d HighMask(__m128 m) { return _mm_castsi128_pd(_mm_shuffle_epi32(_mm_castps_si128(m), _MM_SHUFFLE(3, 3, 2, 2))); }
+inline __m128d LowMask(__m128 m) {
+  return _mm_castsi128_pd(_mm_shuffle_epi32(_mm_castps_si128(m), _MM_SHUFFLE(1, 1, 0, 0)));
+}
+inline __m128d HighMask(__m128 m) {
+  return _mm_castsi128_pd(_mm_shuffle_epi32(_mm_castps_si128(m), _MM_SHUFFLE(3, 3, 2, 2)));
+}
 inline __m128d Select(__m128d mask, __m128d yes, __m128d no) {
   return _mm_or_pd(_mm_and_pd(mask, yes), _mm_andnot_pd(mask, no));
 }
@@ -111,17 +115,14 @@ inline __m128d Twirl(const FieldKernel& k, __m128d angular, __m128d dd, __m128d 
       const __m128d v = anyAngular ? _mm_div_pd(_mm_mul_pd(angular, _mm_set1_pd(kDegreesPerRadian)), dd) : angular;
       return _mm_and_pd(near, v);
     }
-    case 1:
-      return _mm_mul_pd(angular, ts);
-    case 2:
-      return _mm_mul_pd(_mm_mul_pd(angular, ts), _mm_mul_pd(_mm_set1_pd(k.twirlGrowth), dd));
+    case 1: return _mm_mul_pd(angular, ts);
+    case 2: return _mm_mul_pd(_mm_mul_pd(angular, ts), _mm_mul_pd(_mm_set1_pd(k.twirlGrowth), dd));
     default: {
       const __m128d g = _mm_mul_pd(_mm_set1_pd(k.twirlGrowth), dd);
       return _mm_mul_pd(_mm_mul_pd(angular, ts), _mm_mul_pd(g, g));
     }
   }
 }
-
 
 // Four entries of the Circular branch at x, x + 1, x + 2, x + 3, in the
 // same arithmetic as CircularOne: single-precision steps in four lanes,
@@ -193,7 +194,6 @@ bool CircularFour(const FieldKernel& k, float y, double yy, float x, Polar* pola
   return true;
 }
 
-
 // Polar coordinates of four offsets (x, y), y > 0 and x of either sign but
 // not 0: distance and FastAtan2 × 180/π, as in the per-entry code. False
 // when a ratio falls outside the arctangent table's plain range.
@@ -228,7 +228,8 @@ bool PolarFour(float y, double yy, __m128 xs, __m128* distance, __m128* directio
 // ReadWave at four angles in (−360, 360): the index of a negative angle is
 // one period up. False (nothing written) for any other angle.
 bool ReadWaveSigned4(__m128 angles, const int32_t* entries, __m128* values) {
-  const __m128 inside = _mm_and_ps(_mm_cmpgt_ps(angles, _mm_set1_ps(-360.0f)), _mm_cmplt_ps(angles, _mm_set1_ps(360.0f)));
+  const __m128 inside = _mm_and_ps(_mm_cmpgt_ps(angles, _mm_set1_ps(-360.0f)),
+                                   _mm_cmplt_ps(angles, _mm_set1_ps(360.0f)));
   if (_mm_movemask_ps(inside) != 15) return false;
   __m128i t = _mm_cvttps_epi32(_mm_mul_ps(angles, _mm_set1_ps(65536.0f)));
   t = _mm_add_epi32(t, _mm_and_si128(_mm_cmplt_epi32(t, _mm_setzero_si128()),
@@ -327,12 +328,12 @@ inline bool SpreadFourPoints(const Polar& polar, const Displacement& disp, doubl
   const double rp = static_cast<double>(polar.distance) + disp.radial;
   const double theta = a + dTheta;
   const double b = dTheta - (a - 180.0);
-  const __m128 angles =
-      _mm_movelh_ps(_mm_cvtpd_ps(_mm_setr_pd(theta, theta + 90.0)), _mm_cvtpd_ps(_mm_setr_pd(b, b + 90.0)));
+  const __m128 angles = _mm_movelh_ps(_mm_cvtpd_ps(_mm_setr_pd(theta, theta + 90.0)),
+                                      _mm_cvtpd_ps(_mm_setr_pd(b, b + 90.0)));
   __m128 sinCos;  // sin θ, cos θ, sin b, cos b
   if (!ReadWave4(angles, sine, &sinCos)) return false;
   const __m128d r = _mm_set1_pd(rp);
-  const __m128d pa = _mm_mul_pd(r, _mm_cvtps_pd(sinCos));                        // rp·sin θ, rp·cos θ
+  const __m128d pa = _mm_mul_pd(r, _mm_cvtps_pd(sinCos));                         // rp·sin θ, rp·cos θ
   const __m128d pb = _mm_mul_pd(r, _mm_cvtps_pd(_mm_movehl_ps(sinCos, sinCos)));  // rp·sin b, rp·cos b
   const __m128d centre = _mm_setr_pd(cy, cx);
   auto put = [](MapRowWriter& row, int32_t column, __m128d point) {
@@ -384,8 +385,8 @@ int32_t StretchedRow(const FieldKernel& k, float y, double yy, int32_t begin, in
   return i;
 }
 
-void SpreadFourPointRun(const Polar* polar, const Displacement* disp, int32_t begin, int32_t end, double cy,
-                        double cx, int32_t centreCol, MapPoint* upper, MapPoint* lower) {
+void SpreadFourPointRun(const Polar* polar, const Displacement* disp, int32_t begin, int32_t end, double cy, double cx,
+                        int32_t centreCol, MapPoint* upper, MapPoint* lower) {
   MapRowWriter up{upper}, lo{lower};
   const int32_t* sine = g_sineTable.entries;
   for (int32_t i = begin; i < end; ++i) {

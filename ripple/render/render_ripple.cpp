@@ -55,7 +55,7 @@ RendererSettings ToRendererSettings(const RippleSettings& settings, int32_t widt
   ScaleByIntensity(settings.intensity, waveHeight, angularHeight, waveWidth);
   RendererSettings out;
   static_cast<RippleLengths&>(out) = ToSourcePixels(width, height, waveHeight, angularHeight, waveWidth,
-                                                     settings.radius, settings.centreX, settings.centreY);
+                                                    settings.radius, settings.centreX, settings.centreY);
   out.stretch = FloorStretch(settings.stretch);
   out.stretchAngle = settings.stretchAngle;
   out.phase = settings.phase;

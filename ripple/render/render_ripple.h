@@ -16,18 +16,18 @@ struct RippleSettings {
   float angularWaveHeight;
   float waveWidth;
   float radius;
-  float stretch;       // the stretch factor (StretchFactor)
+  float stretch;  // the stretch factor (StretchFactor)
   float stretchAngle;
-  float phase;         // the Phase parameter less the frequency's offset
+  float phase;  // the Phase parameter less the frequency's offset
   int32_t waveform;
   int32_t pinMode;
   int32_t twirl;
-  float centreX;       // fractions of the frame's width and height
+  float centreX;  // fractions of the frame's width and height
   float centreY;
-  float chaos;         // Chaos × 0.1
+  float chaos;  // Chaos × 0.1
   int32_t antialias;
-  float chaosBlend;    // Chaos Blend × 0.01
-  int32_t quality;     // 2 at the host's high quality, else 1
+  float chaosBlend;  // Chaos Blend × 0.01
+  int32_t quality;   // 2 at the host's high quality, else 1
   int32_t intensity;
 };
 

@@ -69,8 +69,8 @@ struct EllipseSpans {
   uint8_t* hasSpan;
   bool ok;
 
-  EllipseSpans(int16_t centreRow, int16_t centreCol, const PixelImage& source, float outerRadius,
-               float stretch, float angle);
+  EllipseSpans(int16_t centreRow, int16_t centreCol, const PixelImage& source, float outerRadius, float stretch,
+               float angle);
   ~EllipseSpans();
   EllipseSpans(const EllipseSpans&) = delete;
   EllipseSpans& operator=(const EllipseSpans&) = delete;

@@ -5,7 +5,6 @@
 #include <math.h>
 #include <stdint.h>
 
-
 #include "fixed_point.h"
 #include "geometry.h"
 #include "wave_table.h"
@@ -52,7 +51,7 @@ inline float ReadWave(float angle, const int32_t* entries) {
   }
   // Up to ±32000° the product fits in 32 bits and truncates directly.
   const int64_t t = fabsf(angle) <= 32000.0f ? static_cast<int32_t>(static_cast<double>(angle) * 65536.0)
-                                              : ReduceLargeAngle(angle);
+                                             : ReduceLargeAngle(angle);
   // Within one period either side of 0 the remainder needs no division.
   int64_t r;
   if (t >= 0) {
@@ -67,7 +66,6 @@ inline float ReadWave(float angle, const int32_t* entries) {
 }
 
 inline float ReadWave(float angle, const WaveTable& table) { return ReadWave(angle, table.entries); }
-
 
 // arctan(x) in radians for 0 ≤ x ≤ 1 from g_arcTanTable.
 inline float ReadArcTan(float x) {

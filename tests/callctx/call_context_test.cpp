@@ -29,8 +29,10 @@ TEST(CallContext, DownsampledSize) {
     int32_t width, num;
     uint32_t den;
     int32_t scaled;
-  } cases[] = {{720, 1, 2, 360}, {720, 1, 3, 240}, {100, 2, 3, 66},
-               {49, 1, 49, 0},  // the quotient first: 49 × (1 ÷ 49) is just below 1
+  } cases[] = {{720, 1, 2, 360},
+               {720, 1, 3, 240},
+               {100, 2, 3, 66},
+               {49, 1, 49, 0},             // the quotient first: 49 × (1 ÷ 49) is just below 1
                {720, 1, 0xFFFFFFFFu, 0}};  // the denominator is unsigned
   for (const auto& c : cases) EXPECT_EQ(ScaledWidth(c.width, c.num, c.den), c.scaled) << c.width << "/" << c.den;
   PF_InData in{};
@@ -144,7 +146,9 @@ TEST(Messages, LoadsEntriesByNumber) {
                {kMessageGroup, 3, 255, "Memory Allocation Failure!"},
                {kMessageGroup, 4, 255, "Keyframe already exists at this point."},
                {kMessageGroup, 15, 255, "Sorry, Tarvo Effects only supports editing one effect at a time."},
-               {kMessageGroup, 6, 255, ""}, {kMessageGroup, 16, 255, ""}, {kMessageGroup, -1, 255, ""},
+               {kMessageGroup, 6, 255, ""},
+               {kMessageGroup, 16, 255, ""},
+               {kMessageGroup, -1, 255, ""},
                {419, 3, 255, ""},
                {kMessageGroup, 3, 11, "Memory All"}};  // the capacity counts the length byte
   for (const auto& c : cases) EXPECT_EQ(Load(c.group, c.index, c.capacity), c.text) << c.group << " " << c.index;

@@ -30,9 +30,12 @@ TEST(ParamReading, HostValuesAsTheRenderGlueReadsThem) {
       int index;
       PF_Fixed host;
       int32_t raw;
-    } sliders[] = {{P::kRadius, 25 << 16, 16384},           {P::kWaveHeight, 1671168, 16711},  // shown 25.50
-                   {P::kAngularWaveHeight, -655, -6},       {P::kFrequency, -150 << 16, -150 << 16},
-                   {P::kChaosBlend, (100 << 16) - 1, (100 << 16) - 1}, {P::kChaos, 0, 0}};
+    } sliders[] = {{P::kRadius, 25 << 16, 16384},
+                   {P::kWaveHeight, 1671168, 16711},  // shown 25.50
+                   {P::kAngularWaveHeight, -655, -6},
+                   {P::kFrequency, -150 << 16, -150 << 16},
+                   {P::kChaosBlend, (100 << 16) - 1, (100 << 16) - 1},
+                   {P::kChaos, 0, 0}};
     for (const auto& s : sliders) {
       c.params[s.index]->u.fd.value = s.host;
       EXPECT_EQ(effect.Param(s.index)->RawValue(), s.raw) << s.index;

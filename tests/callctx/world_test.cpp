@@ -33,9 +33,8 @@ TEST(WorldTest, WrapUsesTheHostPixelsAndRefusesWorldsOutsideThePixelModel) {
     EXPECT_EQ(none.Attach(PF_EffectWorld{}), PF_Err_BAD_CALLBACK_PARAM);
     const PF_EffectWorld bad[] = {
         WorldOver(pixels.data(), 4, 2, 16384),  // stride too wide for 14 bits
-        WorldOver(pixels.data(), 4, 2, 0),      WorldOver(pixels.data(), 4, 2, -16),
-        WorldOver(pixels.data(), 4096, 1, 16383),
-        WorldOver(pixels.data(), 4, 2, 12),  // rows shorter than the width
+        WorldOver(pixels.data(), 4, 2, 0),        WorldOver(pixels.data(), 4, 2, -16),
+        WorldOver(pixels.data(), 4096, 1, 16383), WorldOver(pixels.data(), 4, 2, 12),  // rows shorter than the width
         WorldOver(pixels.data(), 4, -2, 16),
     };
     for (const PF_EffectWorld& src : bad) {

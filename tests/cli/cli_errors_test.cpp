@@ -87,11 +87,17 @@ TEST(CliErrors, OneLineExitTwoAndNoFileForEachBadCommand) {
       {{"in.png", "out.png", "--radius", "100.01"}, 2, "--radius 100.01 is outside the range 0 to 100", "out.png"},
       {{"in.png", "out.png", "--wave-height", "-1"}, 2, "--wave-height -1 is outside the range 0 to 25", "out.png"},
       {{"in.png", "out.png", "--chaos", "5"}, 2, "--chaos 5 is outside the range 10 to 140", "out.png"},
-      {{"in.png", "out.png", "--phase", "40000"}, 2,
-       "--phase 40000 is outside the range -32768 to 32768, what the host's fixed-point numbers hold", "out.png"},
-      {{"in.png", "out.png", "--intensity", "(-"}, 2,
-       "--intensity (- is not in the menu: choose one of 1 low, 2 normal, 3 super", "out.png"},
-      {{"in.png", "out.png", "--center", "10"}, 2, "--center 10 is not a point: give X,Y in pixels of the layer",
+      {{"in.png", "out.png", "--phase", "40000"},
+       2,
+       "--phase 40000 is outside the range -32768 to 32768, what the host's fixed-point numbers hold",
+       "out.png"},
+      {{"in.png", "out.png", "--intensity", "(-"},
+       2,
+       "--intensity (- is not in the menu: choose one of 1 low, 2 normal, 3 super",
+       "out.png"},
+      {{"in.png", "out.png", "--center", "10"},
+       2,
+       "--center 10 is not a point: give X,Y in pixels of the layer",
        "out.png"},
       {{"in.png", "out.png", "--center", "33,5"}, 2, "--center 33,5 is outside the 32x24 layer", "out.png"},
       {{"in.png", "out.png", "--quality", "best"}, 2, "--quality \"best\" is not high or low", "out.png"},
@@ -99,8 +105,10 @@ TEST(CliErrors, OneLineExitTwoAndNoFileForEachBadCommand) {
       {{"in.png", "out.png", "--time-scale", "0"}, 2, "--time-scale 0 is outside 1 to 4294967295", "out.png"},
       {{"in.png", "out.png", "--jobs", "0"}, 2, "--jobs 0 is outside 1 to 64", "out.png"},
       {{"in.png", "out.png", "--threads", "65"}, 2, "--threads 65 is outside 1 to 64", "out.png"},
-      {{"--demo", "j_%d.png", "--frames", "0-63", "--jobs", "64", "--threads", "64"}, 2,
-       "--jobs 64 with --threads 64 needs 4096 cores, more than this machine has", "j_0.png"},
+      {{"--demo", "j_%d.png", "--frames", "0-63", "--jobs", "64", "--threads", "64"},
+       2,
+       "--jobs 64 with --threads 64 needs 4096 cores, more than this machine has",
+       "j_0.png"},
       {{"in.png", "out.png", "--png-compression", "10"}, 2, "--png-compression 10 is outside 0 to 9", "out.png"},
       {{"in.png", "out.png", "--radius"}, 2, "--radius: 1 required VALUE missing (see --help)", "out.png"},
       {{"in.png"}, 2, "give INPUT and OUTPUT, --demo OUTPUT or --list-params (see --help)", ""},
@@ -108,7 +116,8 @@ TEST(CliErrors, OneLineExitTwoAndNoFileForEachBadCommand) {
       {{"in.png", "out.png", "--size", "10x10"}, 2, "--size goes with --demo", "out.png"},
       {{"--demo", "out.png", "--size", "5000x10"}, 2, "--size width 5000 is outside 1 to 4095", "out.png"},
       {{"--demo", "out.png", "--size", "64"}, 2, "--size \"64\" is not WxH, e.g. 640x480", "out.png"},
-      {{"in.png", "out.png", "--module", "/nonexistent.so"}, 2,
+      {{"in.png", "out.png", "--module", "/nonexistent.so"},
+       2,
        "cannot load module /nonexistent.so: /nonexistent.so: cannot open shared object file: No such file or directory",
        "out.png"},
       // Inputs that cannot be rendered.
@@ -117,14 +126,16 @@ TEST(CliErrors, OneLineExitTwoAndNoFileForEachBadCommand) {
       {{"empty.png", "out.png"}, 2, "cannot read empty.png: Not a PNG file", "out.png"},
       {{"zero.png", "out.png"}, 2, "cannot read zero.png: PNG read error: Invalid IHDR data", "out.png"},
       {{"text.png", "out.png"}, 2, "cannot read text.png: Not a PNG file", "out.png"},
-      {{"notes.txt", "out.png"}, 2,
+      {{"notes.txt", "out.png"},
+       2,
        "cannot read notes.txt: OpenImageIO could not find a format reader for \"notes.txt\". Is it a file format that "
        "OpenImageIO doesn't know about?",
        "out.png"},
       {{"cut.png", "out.png"}, 2, "cannot read cut.png: Read error: hit end of file", "out.png"},
       {{"wide.png", "out.png"}, 2, "wide.png is 4096x2, larger than the effect allows (4095x32767 at most)", "out.png"},
       // A header promising more data than a frame holds: refused before anything is allocated for it.
-      {{"many.tif", "out.png"}, 2,
+      {{"many.tif", "out.png"},
+       2,
        "many.tif is 4095x8000 with 1024 channels, more than the effect allows (4 channels of 4095x32767 at most)",
        "out.png"},
       // Outputs that cannot be written.
@@ -135,15 +146,21 @@ TEST(CliErrors, OneLineExitTwoAndNoFileForEachBadCommand) {
       // Sequences need frames and every input frame.
       {{"in.png", "o_%d.png"}, 2, "\"o_%d.png\" holds a frame number: give --frames A-B", "o_1.png"},
       {{"s_%d.png", "x.png"}, 2, "\"s_%d.png\" holds a frame number: give --frames A-B", "x.png"},
-      {{"in.png", "x.png", "--frames", "0-2"}, 2,
-       "OUTPUT \"x.png\" needs a frame number such as %04d to render --frames", "x.png"},
+      {{"in.png", "x.png", "--frames", "0-2"},
+       2,
+       "OUTPUT \"x.png\" needs a frame number such as %04d to render --frames",
+       "x.png"},
       {{"in.png", "o_%d_%d.png", "--frames", "0-2"}, 2, "\"o_%d_%d.png\" has more than one frame number", ""},
       {{"s_%d.png", "o_%d.png", "--frames", "0-2"}, 2, "input frame 1 is missing: s_1.png", "o_2.png"},
       {{"in.png", "o_%d.png", "--frames", "2-0"}, 2, "--frames 2-0 runs backwards", "o_1.png"},
-      {{"in.png", "o_%d.png", "--frames", "0-1", "--time", "3"}, 2,
-       "--time goes with a single frame; with --frames frame n renders at n x time-step", "o_1.png"},
-      {{"in.png", "o_%d.png", "--frames", "0-3", "--time-step", "1000000000"}, 2,
-       "--frames 0-3 with --time-step 1000000000 runs past the host's time range", "o_1.png"},
+      {{"in.png", "o_%d.png", "--frames", "0-1", "--time", "3"},
+       2,
+       "--time goes with a single frame; with --frames frame n renders at n x time-step",
+       "o_1.png"},
+      {{"in.png", "o_%d.png", "--frames", "0-3", "--time-step", "1000000000"},
+       2,
+       "--frames 0-3 with --time-step 1000000000 runs past the host's time range",
+       "o_1.png"},
   };
   for (const ErrorCase& c : cases) ExpectFailure(c, dir);
   EXPECT_TRUE(std::filesystem::is_directory(dir + "/taken.png"));
@@ -156,17 +173,17 @@ TEST(CliErrors, ACorruptFrameStopsTheSequenceAndKeepsTheFramesBefore) {
   const std::string dir = TestDir();
   for (int n : {0, 1, 3}) ASSERT_TRUE(WritePicture(dir + "/s_" + std::to_string(n) + ".png", MakePicture(20, 10, 4)));
   std::ofstream(dir + "/s_2.png") << "broken";
-  ExpectFailure({{"s_%d.png", "o_%d.png", "--frames", "0-3", "--jobs", "1"}, 2, "cannot read s_2.png: Not a PNG file",
-                 "o_2.png"},
-                dir);
+  ExpectFailure(
+      {{"s_%d.png", "o_%d.png", "--frames", "0-3", "--jobs", "1"}, 2, "cannot read s_2.png: Not a PNG file", "o_2.png"},
+      dir);
   Rgba kept;
   EXPECT_TRUE(ReadPicture(dir + "/o_0.png", &kept));
   EXPECT_TRUE(ReadPicture(dir + "/o_1.png", &kept));
   EXPECT_FALSE(Exists(dir + "/o_3.png"));
   // Spread over processes the failure is reported once, the same way.
-  ExpectFailure({{"s_%d.png", "p_%d.png", "--frames", "0-3", "--jobs", "2"}, 2, "cannot read s_2.png: Not a PNG file",
-                 "p_2.png"},
-                dir);
+  ExpectFailure(
+      {{"s_%d.png", "p_%d.png", "--frames", "0-3", "--jobs", "2"}, 2, "cannot read s_2.png: Not a PNG file", "p_2.png"},
+      dir);
 }
 
 // Allocation 3 is the first whose failure the effect reports (the first
@@ -175,14 +192,15 @@ TEST(CliErrors, AMessageFromTheEffectExitsWithOneAndWritesNothing) {
   const std::string dir = TestDir();
   ASSERT_TRUE(WritePicture(dir + "/in.png", MakePicture(32, 24, 4)));
   std::ofstream(dir + "/out.png") << "earlier output";
-  ExpectFailure({{"in.png", "out.png", "--fail-allocation", "3"}, 1,
-                 "Tarvo FX Ripple: Memory Allocation Failure!", ""},
+  ExpectFailure({{"in.png", "out.png", "--fail-allocation", "3"}, 1, "Tarvo FX Ripple: Memory Allocation Failure!", ""},
                 dir);
   EXPECT_EQ(ReadFile(dir + "/out.png"), "earlier output");
   std::filesystem::copy_file(dir + "/in.png", dir + "/s_4.png");
   std::filesystem::copy_file(dir + "/in.png", dir + "/s_5.png");
-  ExpectFailure({{"s_%d.png", "f_%d.png", "--frames", "4-5", "--fail-allocation", "3", "--jobs", "1"}, 1,
-                 "frame 4: Tarvo FX Ripple: Memory Allocation Failure!", "f_4.png"},
+  ExpectFailure({{"s_%d.png", "f_%d.png", "--frames", "4-5", "--fail-allocation", "3", "--jobs", "1"},
+                 1,
+                 "frame 4: Tarvo FX Ripple: Memory Allocation Failure!",
+                 "f_4.png"},
                 dir);
 }
 

@@ -57,8 +57,10 @@ TEST(CliGrammar, OneRowPerBehaviour) {
       {{"--bogus"}, 2, "unknown option --bogus (see --help)", {}},
       // Numbers beyond a double are numbers: too large is out of range, too small is 0.
       {{"--radius", "1e309"}, 2, "--radius 1e309 is outside the range 0 to 100", {}},
-      {{"--phase", "-1e309"}, 2,
-       "--phase -1e309 is outside the range -32768 to 32768, what the host's fixed-point numbers hold", {}},
+      {{"--phase", "-1e309"},
+       2,
+       "--phase -1e309 is outside the range -32768 to 32768, what the host's fixed-point numbers hold",
+       {}},
       {{"--radius", "1e-400"}, 0, "", {"--radius", "0"}},
       {{"--radius", "inf"}, 2, "--radius inf is outside the range 0 to 100", {}},
       {{"--radius", "nan"}, 2, "--radius nan is not a number", {}},

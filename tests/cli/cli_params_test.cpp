@@ -78,7 +78,8 @@ TEST(ListParams, JsonMatchesEveryDeclaredDefinition) {
   EXPECT_EQ(pins["choices"][3], nullptr);
   EXPECT_EQ(pins["separators"], nlohmann::json::parse("[4, 9]"));
   ASSERT_EQ(pins["entries"].size(), 9u);
-  EXPECT_EQ(pins["entries"][3], nlohmann::json::parse(R"({"value": 5, "name": "Pin Left", "option_value": "pin-left"})"));
+  EXPECT_EQ(pins["entries"][3],
+            nlohmann::json::parse(R"({"value": 5, "name": "Pin Left", "option_value": "pin-left"})"));
   EXPECT_EQ(j["parameters"][14]["also_accepted"][0]["value"], 0);  // Chaos: its default lies below 10
   EXPECT_EQ(j["parameters"][13]["also_accepted"].size(), 0u);
 }

@@ -1,5 +1,6 @@
 // Renders through the command line, compared with the same renders made
-// through the in-process host: defaults and formats, every option, channel layouts and formats, sequences and worker processes.
+// through the in-process host: defaults and formats, every option, channel layouts and formats, sequences and worker
+// processes.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -29,12 +30,48 @@ TEST(CliRender, EveryOptionReachesThePluginAsTheHostWouldSetIt) {
   const std::string dir = TestDir();
   const Rgba picture = MakePicture(120, 90, 4);
   ASSERT_TRUE(WritePicture(dir + "/in.png", picture));
-  const RunResult r = RunCli({"in.png", "out.png", "--radius", "40.5", "--center", "30.25,20", "--wave-height", "5",
-                              "--angular-wave-height", "2", "--wave-width", "10", "--waveform", "3", "--frequency",
-                              "-20", "--intensity", "super", "--stretch", "50", "--stretch-angle", "30", "--twirl",
-                              "Hyper Twirl", "--pin-mode", "pin-left", "--antialias", "med", "--chaos-blend", "40",
-                              "--chaos", "70", "--phase", "-45.5", "--quality", "low", "--time", "7", "--time-step",
-                              "2", "--time-scale", "24"},
+  const RunResult r = RunCli({"in.png",
+                              "out.png",
+                              "--radius",
+                              "40.5",
+                              "--center",
+                              "30.25,20",
+                              "--wave-height",
+                              "5",
+                              "--angular-wave-height",
+                              "2",
+                              "--wave-width",
+                              "10",
+                              "--waveform",
+                              "3",
+                              "--frequency",
+                              "-20",
+                              "--intensity",
+                              "super",
+                              "--stretch",
+                              "50",
+                              "--stretch-angle",
+                              "30",
+                              "--twirl",
+                              "Hyper Twirl",
+                              "--pin-mode",
+                              "pin-left",
+                              "--antialias",
+                              "med",
+                              "--chaos-blend",
+                              "40",
+                              "--chaos",
+                              "70",
+                              "--phase",
+                              "-45.5",
+                              "--quality",
+                              "low",
+                              "--time",
+                              "7",
+                              "--time-step",
+                              "2",
+                              "--time-scale",
+                              "24"},
                              dir);
   ASSERT_EQ(r.exitCode, 0) << r.err;
 
@@ -79,8 +116,8 @@ TEST(CliRender, AlternatingSettingsInOneProcessMatchFreshProcesses) {
                    dir)
                 .exitCode,
             0);
-  ASSERT_EQ(RunCli({"in.png", "b.png", "--waveform", "triangle", "--twirl", "hyper-twirl", "--angular-wave-height",
-                    "2", "--pin-mode", "pin-left", "--antialias", "low", "--quality", "low"},
+  ASSERT_EQ(RunCli({"in.png", "b.png", "--waveform", "triangle", "--twirl", "hyper-twirl", "--angular-wave-height", "2",
+                    "--pin-mode", "pin-left", "--antialias", "low", "--quality", "low"},
                    dir)
                 .exitCode,
             0);
@@ -114,9 +151,9 @@ TEST(CliRender, ValuesTruncateTowardZeroAndTheDeclaredDefaultIsAlwaysAccepted) {
   const Rgba picture = MakePicture(40, 30, 4);
   ASSERT_TRUE(WritePicture(dir + "/in.png", picture));
   // 2^-17 below 25 truncates to just under 25; −0.00001 truncates to 0.
-  ASSERT_EQ(RunCli({"in.png", "a.png", "--radius", "24.9999923706", "--stretch", "-0.00001", "--chaos", "0"}, dir)
-                .exitCode,
-            0);
+  ASSERT_EQ(
+      RunCli({"in.png", "a.png", "--radius", "24.9999923706", "--stretch", "-0.00001", "--chaos", "0"}, dir).exitCode,
+      0);
   InProcess p;
   p.Host().Param(p.Index("Radius")).u.fd.value = 1638399;
   EXPECT_TRUE(SamePixels(Output(dir + "/a.png"), p.Render(ToArgb(picture))));
@@ -221,7 +258,8 @@ TEST(CliSequence, RingsTravelAndEachFrameRendersAtItsOwnTime) {
 TEST(CliThreads, SameFileAtEveryThreadCount) {
   const std::string dir = TestDir();
   const std::vector<std::vector<std::string>> settings = {
-      {}, {"--stretch", "50", "--stretch-angle", "30", "--twirl", "hyper-twirl", "--angular-wave-height", "5"},
+      {},
+      {"--stretch", "50", "--stretch-angle", "30", "--twirl", "hyper-twirl", "--angular-wave-height", "5"},
       {"--stretch", "-40", "--stretch-angle", "90", "--antialias", "med", "--pin-mode", "pin-center"}};
   for (size_t k = 0; k < settings.size(); ++k) {
     std::string first;

@@ -23,8 +23,17 @@
 namespace tarvo::host {
 namespace {
 
-enum Param { kRadius = 1, kCenter, kWaveHeight, kWaveForm = 6, kStretch = 9, kStretchAngle, kTwirl, kPinMode,
-             kAntialias };
+enum Param {
+  kRadius = 1,
+  kCenter,
+  kWaveHeight,
+  kWaveForm = 6,
+  kStretch = 9,
+  kStretchAngle,
+  kTwirl,
+  kPinMode,
+  kAntialias
+};
 enum PinMode { kNoPin = 1, kPinEdges, kPinLeft = 5, kPinTop, kPinHoriz = 10, kPinVertical };
 constexpr int32_t kW = 300, kH = 220;
 
@@ -65,9 +74,12 @@ class CoordinateRender : public ::testing::Test {
   void Set(int index, double shown) {
     PF_ParamDef& p = host->Param(index);
     const auto fixed = static_cast<PF_Fixed>(shown * 65536.0);
-    if (p.param_type == PF_Param_POPUP) p.u.pd.value = static_cast<int32_t>(shown);
-    else if (p.param_type == PF_Param_ANGLE) p.u.ad.value = fixed;
-    else p.u.fd.value = fixed;
+    if (p.param_type == PF_Param_POPUP)
+      p.u.pd.value = static_cast<int32_t>(shown);
+    else if (p.param_type == PF_Param_ANGLE)
+      p.u.ad.value = fixed;
+    else
+      p.u.fd.value = fixed;
   }
   void SetCentre(double x, double y) {
     host->SetPointPixels(kCenter, static_cast<PF_Fixed>(x * 65536.0), static_cast<PF_Fixed>(y * 65536.0));
@@ -131,9 +143,14 @@ TEST_F(CoordinateRender, PixelsTheRippleDoesNotMoveAreExactCopies) {
     for (int pin = noWave ? kNoPin : kPinEdges; pin <= (noWave ? kPinVertical : kPinEdges); ++pin) {
       SCOPED_TRACE(::testing::Message() << c.what << ", pin mode " << pin);
       Reset(c.lowQuality);
-      for (auto [param, value] : {std::pair{kRadius, c.radius}, {kWaveHeight, c.height}, {kWaveForm, c.waveForm * 1.0},
-                                  {kStretch, c.stretch}, {kStretchAngle, c.stretchAngle}, {kTwirl, c.twirl * 1.0},
-                                  {kAntialias, c.antialias * 1.0}, {kPinMode, pin * 1.0}})
+      for (auto [param, value] : {std::pair{kRadius, c.radius},
+                                  {kWaveHeight, c.height},
+                                  {kWaveForm, c.waveForm * 1.0},
+                                  {kStretch, c.stretch},
+                                  {kStretchAngle, c.stretchAngle},
+                                  {kTwirl, c.twirl * 1.0},
+                                  {kAntialias, c.antialias * 1.0},
+                                  {kPinMode, pin * 1.0}})
         Set(param, value);
       SetCentre(c.cx, c.cy);
       const bool leftHeld = pin == kPinEdges || pin == kPinLeft || pin == kPinHoriz;

@@ -32,10 +32,10 @@ void PrintTo(const Case& c, std::ostream* os) { *os << c.name; }
 // High antialias at high quality samples areas, Med samples bilinearly, Low
 // at low quality takes the nearest pixel.
 const Case kCases[] = {
-    {"circular_area", 0, 90, 1, PF_Quality_HI},       {"circular_bilinear", 0, 90, 2, PF_Quality_HI},
-    {"circular_nearest", 0, 90, 3, PF_Quality_LO},    {"axis_area", 50, 90, 1, PF_Quality_HI},
-    {"axis_bilinear", 50, 90, 2, PF_Quality_HI},      {"axis_nearest", 50, 90, 3, PF_Quality_LO},
-    {"rotated_area", 50, 30, 1, PF_Quality_HI},       {"rotated_bilinear", 50, 30, 2, PF_Quality_HI},
+    {"circular_area", 0, 90, 1, PF_Quality_HI},    {"circular_bilinear", 0, 90, 2, PF_Quality_HI},
+    {"circular_nearest", 0, 90, 3, PF_Quality_LO}, {"axis_area", 50, 90, 1, PF_Quality_HI},
+    {"axis_bilinear", 50, 90, 2, PF_Quality_HI},   {"axis_nearest", 50, 90, 3, PF_Quality_LO},
+    {"rotated_area", 50, 30, 1, PF_Quality_HI},    {"rotated_bilinear", 50, 30, 2, PF_Quality_HI},
     {"rotated_nearest", 50, 30, 3, PF_Quality_LO},
 };
 

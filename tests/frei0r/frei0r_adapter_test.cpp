@@ -36,8 +36,25 @@ void* Filter() {
 
 // frei0r parameter indices.
 enum : int {
-  kRadius, kCenterX, kCenterY, kWaveHeight, kAngularHeight, kWaveWidth, kWaveForm, kFrequency, kIntensity,
-  kStretch, kStretchAngle, kTwirl, kPinMode, kAntialias, kChaosBlend, kChaos, kPhase, kDraft, kCount
+  kRadius,
+  kCenterX,
+  kCenterY,
+  kWaveHeight,
+  kAngularHeight,
+  kWaveWidth,
+  kWaveForm,
+  kFrequency,
+  kIntensity,
+  kStretch,
+  kStretchAngle,
+  kTwirl,
+  kPinMode,
+  kAntialias,
+  kChaosBlend,
+  kChaos,
+  kPhase,
+  kDraft,
+  kCount
 };
 
 using Frame = std::vector<uint8_t>;  // RGBA bytes
@@ -51,8 +68,7 @@ Frame RandomFrame(int w, int h, unsigned seed) {
 
 class Instance {
  public:
-  Instance(int w, int h, std::initializer_list<std::pair<int, double>> values = {})
-      : inst_(F0R(f0r_construct)(w, h)) {
+  Instance(int w, int h, std::initializer_list<std::pair<int, double>> values = {}) : inst_(F0R(f0r_construct)(w, h)) {
     for (auto [index, v] : values) Set(index, v);
   }
   ~Instance() {
@@ -133,22 +149,41 @@ TEST_F(Frei0rTest, InstancesRenderAsThePluginWithTheirOwnParameters) {
   // ranges: Radius 40, centre (24, 48) px, Wave Width 5, Square (entry 3),
   // Frequency 30, Super, Stretch 20 at 45°, Twirl, Pin Top (the fifth of
   // nine entries, menu value 6), Med.
-  Instance a(96, 64, {{kRadius, 0.4}, {kCenterX, 0.25}, {kCenterY, 0.75}, {kWaveWidth, 0.1}, {kWaveForm, 0.1},
-                      {kFrequency, 0.6}, {kIntensity, 0.9}, {kStretch, 0.6}, {kStretchAngle, 0.125}, {kTwirl, 0.3},
-                      {kPinMode, 0.5}, {kAntialias, 0.5}});
+  Instance a(96, 64,
+             {{kRadius, 0.4},
+              {kCenterX, 0.25},
+              {kCenterY, 0.75},
+              {kWaveWidth, 0.1},
+              {kWaveForm, 0.1},
+              {kFrequency, 0.6},
+              {kIntensity, 0.9},
+              {kStretch, 0.6},
+              {kStretchAngle, 0.125},
+              {kTwirl, 0.3},
+              {kPinMode, 0.5},
+              {kAntialias, 0.5}});
   // b: the ends of the ranges, chaos, phase and draft: Radius 30, Wave
   // Height 25, Angular 10, entry 24, Pin Vertical (menu value 11), Low,
   // Chaos Blend 50, Chaos 75, Phase 90°, Draft 0.5 (already true).
-  Instance b(77, 51, {{kRadius, 0.3}, {kWaveHeight, 1.0}, {kAngularHeight, 0.4}, {kWaveForm, 1.0}, {kPinMode, 1.0},
-                      {kAntialias, 1.0}, {kChaosBlend, 0.5}, {kChaos, 0.5}, {kPhase, 0.25}, {kDraft, 0.5}});
+  Instance b(77, 51,
+             {{kRadius, 0.3},
+              {kWaveHeight, 1.0},
+              {kAngularHeight, 0.4},
+              {kWaveForm, 1.0},
+              {kPinMode, 1.0},
+              {kAntialias, 1.0},
+              {kChaosBlend, 0.5},
+              {kChaos, 0.5},
+              {kPhase, 0.25},
+              {kDraft, 0.5}});
   Instance defaults(77, 51);
   ASSERT_TRUE(a.ok() && b.ok() && defaults.ok());
   const Frame inA = RandomFrame(96, 64, 11), inB = RandomFrame(77, 51, 12);
   const Frame a1 = a.Update(0.12, inA), b1 = b.Update(0.5, inB), d1 = defaults.Update(0, inB);
-  EXPECT_EQ(a1, HostRender(inA, 96, 64, 120, {"1=40", "2=24,48", "5=5", "6=3", "7=30", "8=3", "9=20", "10=45", "11=2",
-                                              "12=6", "13=2"}));
-  EXPECT_EQ(b1, HostRender(inB, 77, 51, 500, {"1=30", "3=25", "4=10", "6=24", "12=11", "13=3", "14=50", "15=75",
-                                              "16=90", "draft"}));
+  EXPECT_EQ(a1, HostRender(inA, 96, 64, 120,
+                           {"1=40", "2=24,48", "5=5", "6=3", "7=30", "8=3", "9=20", "10=45", "11=2", "12=6", "13=2"}));
+  EXPECT_EQ(b1, HostRender(inB, 77, 51, 500,
+                           {"1=30", "3=25", "4=10", "6=24", "12=11", "13=3", "14=50", "15=75", "16=90", "draft"}));
   EXPECT_EQ(d1, HostRender(inB, 77, 51, 0, {}));
   EXPECT_EQ(a.Update(0.12, inA), a1);
 }
@@ -175,7 +210,8 @@ TEST_F(Frei0rTest, FramesTooLargeForTheEffectPassThroughWithOneWarning) {
   const std::string err = testing::internal::GetCapturedStderr();
   ASSERT_TRUE(wide.ok() && wide2.ok() && tall.ok());
   const size_t first = err.find("passed through unchanged");
-  EXPECT_TRUE(first != std::string::npos && err.find("passed through unchanged", first + 1) == std::string::npos) << err;
+  EXPECT_TRUE(first != std::string::npos && err.find("passed through unchanged", first + 1) == std::string::npos)
+      << err;
   const Frame in = RandomFrame(4096, 8, 6), inTall = RandomFrame(8, 32768, 6), in2 = RandomFrame(4095, 8, 8);
   EXPECT_EQ(wide.Update(0.0, in), in);
   EXPECT_EQ(tall.Update(0.0, inTall), inTall);
@@ -244,7 +280,8 @@ TEST_F(Frei0rTest, BadValuesAndCallsAreRefusedWithoutHarm) {
 // line tells how many were given.
 TEST(Frei0rSurplus, ValuesPastTheLastParameterAreNamed) {
   const std::string v18 = "0.3|0.5|0.5|0.2|0|0.125|0.0208|0.51|0.5|0.5|0.25|0.125|0.1667|0.1667|0|0|0|n";
-  const std::string said = "filter_params has 20 values, the filter 18 parameters (Radius to Draft): the last 2 are ignored";
+  const std::string said =
+      "filter_params has 20 values, the filter 18 parameters (Radius to Draft): the last 2 are ignored";
   const struct {
     std::vector<std::string> args;
     std::vector<std::string> warnings;
@@ -286,8 +323,8 @@ TEST_F(Frei0rTest, InstancesOnSeveralThreadsMatchSerialRenders) {
   const Frame in = RandomFrame(W, H, 10);
   std::vector<std::unique_ptr<Instance>> insts;
   for (int t = 0; t < kThreads; ++t) {
-    insts.push_back(std::make_unique<Instance>(W, H, std::initializer_list<std::pair<int, double>>{
-                                                         {kRadius, 0.2 + 0.1 * t}, {kWaveForm, t / 4.0}}));
+    insts.push_back(std::make_unique<Instance>(
+        W, H, std::initializer_list<std::pair<int, double>>{{kRadius, 0.2 + 0.1 * t}, {kWaveForm, t / 4.0}}));
     ASSERT_TRUE(insts.back()->ok());
   }
   auto timeOf = [](int t, int f) { return 0.01 * (t + 1) * f; };

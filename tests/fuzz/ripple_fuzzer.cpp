@@ -51,11 +51,11 @@
 namespace {
 
 using tarvo::host::Host;
-using tarvo::host::TestHost;
 using tarvo::host::Image;
 using tarvo::host::Module;
 using tarvo::host::ModuleAllocStats;
 using tarvo::host::RequestTestThreads;
+using tarvo::host::TestHost;
 
 constexpr int kMaxCommands = 30;
 constexpr int kOpCount = 16;
@@ -152,7 +152,8 @@ void RunOne(const uint8_t* data, size_t size) {
     const PF_Err err = doCall();
     const bool allocFailed = failAt > 0 && stats.failAt == 0;
     if (err != PF_Err_NONE) Fail("main answered an error", command, err);
-    if (stats.liveBlocks != 0 || stats.liveBytes != 0) Fail("plug-in blocks outlive the call", command, stats.liveBlocks);
+    if (stats.liveBlocks != 0 || stats.liveBytes != 0)
+      Fail("plug-in blocks outlive the call", command, stats.liveBlocks);
     if (host.LiveWorlds() != 0) Fail("host worlds outlive the call", command, host.LiveWorlds());
     const std::string message = host.ErrorMessage();
     if (!message.empty() && (message != "Memory Allocation Failure!" || !allocFailed))
@@ -237,7 +238,8 @@ void RunOne(const uint8_t* data, size_t size) {
         const bool reported = !host.ErrorMessage().empty();
         const bool stopped = static_cast<int16_t>(f.progressError) != 0 && f.stopAtProgress > progressBefore &&
                              f.stopAtProgress <= host.Counts().progress;
-        const bool stopPending = static_cast<int16_t>(f.progressError) != 0 && f.stopAtProgress > host.Counts().progress;
+        const bool stopPending = static_cast<int16_t>(f.progressError) != 0 &&
+                                 f.stopAtProgress > host.Counts().progress;
         if (input.data != inputBefore) Fail("render wrote into its input", command, w, h);
         if (!PaddingIntact(output, input)) Fail("render wrote into the output's row padding", command, w, rowbytes);
         if (f.fillError != 0) {

@@ -57,8 +57,10 @@ std::vector<Case> MakeCases() {
 
   const char* shapes[] = {"Sine", "Triangle", "Square", "Sawtooth", "Circle", "Semicircle", "Uncircle", "Half Sine"};
   for (int v = 1; v <= 24; ++v) {
-    const std::string label = v <= 8 ? shapes[v - 1] : v <= 22 ? "Spectrum " + std::to_string(v - 8)
-                                                     : v == 23 ? "Ramp 180 (no name)" : "Ramp 90 (no name)";
+    const std::string label = v <= 8    ? shapes[v - 1]
+                              : v <= 22 ? "Spectrum " + std::to_string(v - 8)
+                              : v == 23 ? "Ramp 180 (no name)"
+                                        : "Ramp 90 (no name)";
     add("waveform-" + Entry(v, label), label, With(base, {{kWaveForm, double(v)}}));
   }
 

@@ -61,8 +61,8 @@ TEST_P(Golden, MatchesItsImageByteForByte) {
   fs::create_directories(dir);
   const std::string actual = (dir / (c.name + ".actual.png")).string();
   const bool written = WritePng(actual, got, &error);
-  ADD_FAILURE() << c.name << ": " << differing << " of " << got.bytes.size() << " bytes differ, by up to "
-                << largest << "\n  golden: " << path << "\n  actual: " << actual
+  ADD_FAILURE() << c.name << ": " << differing << " of " << got.bytes.size() << " bytes differ, by up to " << largest
+                << "\n  golden: " << path << "\n  actual: " << actual
                 << (written ? "\n  difference: idiff -abs -scale 8 -o diff.png " + path + " " + actual
                             : "\n  (could not write: " + error + ")");
 }

@@ -163,8 +163,9 @@ TEST(HostCallbacks, ParamsSetupRecordsDefinitionsAndTheRenderHandsOverLayerPoint
   };
   ASSERT_EQ(host.Render(in, out), PF_Err_NONE);
   EXPECT_EQ(checkedOut.u.ld.data, reinterpret_cast<const PF_Pixel*>(in.data.data()));
-  EXPECT_TRUE(Same(reinterpret_cast<const PF_Pixel*>(
-                       reinterpret_cast<const uint8_t*>(checkedOut.u.ld.data) + 2 * 20)[3], Px(255, 1, 2, 3)));
+  EXPECT_TRUE(
+      Same(reinterpret_cast<const PF_Pixel*>(reinterpret_cast<const uint8_t*>(checkedOut.u.ld.data) + 2 * 20)[3],
+           Px(255, 1, 2, 3)));
   EXPECT_TRUE(Same(out.At(0, 0), Px(9, 8, 7, 6)));
 
   // A point the user moved stays where it was put when the size changes,

@@ -95,8 +95,8 @@ TEST(PropertyList, TheModuleCarriesTheEffectListAndItDecodes) {
 
   const PropertyInfo info = ParsePropertyList(module->PropertyList());
   ASSERT_TRUE(info.ok) << info.error;
-  EXPECT_EQ(info.keys, (std::vector<std::string>{"kind", "name", "catg", "wx86", "ePVR", "eSVR", "eVER", "eINF",
-                                                  "eGLO", "eMNA", "aeFL", "aeRD"}));
+  EXPECT_EQ(info.keys, (std::vector<std::string>{"kind", "name", "catg", "wx86", "ePVR", "eSVR", "eVER", "eINF", "eGLO",
+                                                 "eMNA", "aeFL", "aeRD"}));
   EXPECT_EQ(info.name + "|" + info.category + "|" + info.matchName, "Tarvo FX Ripple|Distort|Tarvo FX Ripple");
   EXPECT_EQ(CheckEffectProperties(info), "");
 

@@ -66,8 +66,8 @@ void ExpectSameAtEveryWidth(const Image& img, const std::vector<float>& upper, c
     for (int k = 0; k < count; ++k) {
       ASSERT_EQ(memcmp(&want[size_t(k)], &got[size_t(k)], sizeof(PF_Pixel)), 0)
           << "width " << static_cast<int>(s) << ", pixel " << k << ": corners (" << upper[2 * k] << ", "
-          << upper[2 * k + 1] << ") (" << upper[2 * k + 2] << ", " << upper[2 * k + 3] << ") (" << lower[2 * k]
-          << ", " << lower[2 * k + 1] << ") (" << lower[2 * k + 2] << ", " << lower[2 * k + 3] << ")";
+          << upper[2 * k + 1] << ") (" << upper[2 * k + 2] << ", " << upper[2 * k + 3] << ") (" << lower[2 * k] << ", "
+          << lower[2 * k + 1] << ") (" << lower[2 * k + 2] << ", " << lower[2 * k + 3] << ")";
     }
   });
 }
@@ -123,23 +123,25 @@ TEST(SimdPaths, AreaRowsAreTheSameAtEveryWidthOnEdgeBoxes) {
   // boxes at every position, so that it shares its group of eight with
   // boxes the eight-wide path takes.
   const float boxes[][4] = {
-      {26, 36, 30, 40},                    // four rows and columns up to the last ones
-      {25.5f, 35.5f, 29.5f, 39.5f},        // five rows and columns, cut
-      {26, 36, 29.99f, 39.99f},            // four, the last cut
-      {29, 36.5f, 30, 40},                 // the last row; columns to the right edge
-      {28.2f, 36.7f, 29.9f, 39.9f},        // starting three columns before the edge
-      {2, 3, 6 + 1.0f / 256, 4},           // five rows by a 1/256
-      {2, 3, 3, 7 + 1.0f / 256},           // five columns by a 1/256
+      {26, 36, 30, 40},                      // four rows and columns up to the last ones
+      {25.5f, 35.5f, 29.5f, 39.5f},          // five rows and columns, cut
+      {26, 36, 29.99f, 39.99f},              // four, the last cut
+      {29, 36.5f, 30, 40},                   // the last row; columns to the right edge
+      {28.2f, 36.7f, 29.9f, 39.9f},          // starting three columns before the edge
+      {2, 3, 6 + 1.0f / 256, 4},             // five rows by a 1/256
+      {2, 3, 3, 7 + 1.0f / 256},             // five columns by a 1/256
       {1.0f / 256, 0, 1 + 255.0f / 256, 1},  // weights of 255
-      {-0.5f, -0.5f, 0.5f, 0.5f},          // half outside
-      {-5, -5, -1, -1},                    // wholly outside
-      {3, 4, 3, 9},                        // no height
-      {-0.0f, -0.0f, 1, 1},                // negative zeros
-      {0, 0, 128, 3},                      // beyond the integer path
-      {-16384.5f, 2, -16384, 3},           // beyond the edge limit
-      {-3e9f, 2, 3e9f, 3},                 // beyond the fixed-point range
-      {nan, 2, 3, 4}, {2, nan, 3, 4},      // not numbers
-      {-inf, 2, 3, 4}, {2, 3, inf, inf},
+      {-0.5f, -0.5f, 0.5f, 0.5f},            // half outside
+      {-5, -5, -1, -1},                      // wholly outside
+      {3, 4, 3, 9},                          // no height
+      {-0.0f, -0.0f, 1, 1},                  // negative zeros
+      {0, 0, 128, 3},                        // beyond the integer path
+      {-16384.5f, 2, -16384, 3},             // beyond the edge limit
+      {-3e9f, 2, 3e9f, 3},                   // beyond the fixed-point range
+      {nan, 2, 3, 4},
+      {2, nan, 3, 4},  // not numbers
+      {-inf, 2, 3, 4},
+      {2, 3, inf, inf},
   };
   const int kCount = 11;
   for (const auto& b : boxes) {
@@ -173,8 +175,8 @@ TEST(SimdPaths, AreaRowsAreTheSameAtEveryWidthOnEdgeBoxes) {
 TEST(SimdPaths, PinnedMapsAreTheSameAtEveryWidth) {
   if (ActiveSimd() == SimdLevel::kScalar) GTEST_SKIP() << "no vector width here";
   tarvo::testing::HostCall call;
-  const float specials[] = {-0.0f, 0.0f, std::numeric_limits<float>::quiet_NaN(),
-                            -std::numeric_limits<float>::infinity(), 3e38f, -1e-40f};
+  const float specials[] = {
+      -0.0f, 0.0f, std::numeric_limits<float>::quiet_NaN(), -std::numeric_limits<float>::infinity(), 3e38f, -1e-40f};
   std::mt19937 rng(5);
   for (const int w : {3, 16, 37}) {
     const int h = 13;

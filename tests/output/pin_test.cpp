@@ -29,7 +29,7 @@ TEST(PinProfile, Shapes) {
   } cases[] = {
       {1, 101, 25, {{0, 25}, {1, 24}, {24, 1}, {76, 0}, {77, 1}, {100, 24}}, {{25, 75}}},
       {2, 101, 25, {{25, 0}, {49, 24}, {50, 26}, {75, 1}}, {{0, 24}, {76, 100}}},  // keep at 50 is −1/25
-      {2, 100, 25, {{50, 25}}, {{0, 24}}},  // a multiple of 4 peaks at exactly 1
+      {2, 100, 25, {{50, 25}}, {{0, 24}}},                                         // a multiple of 4 peaks at exactly 1
       {2, 4, 1, {{1, 0}, {2, 1}}, {{0, 0}, {3, 3}}},
       {3, 101, 25, {{0, 25}, {24, 1}}, {{25, 100}}},
       {4, 101, 25, {{76, 0}, {100, 24}}, {{0, 75}}},
@@ -65,7 +65,7 @@ class Pinning : public ::testing::Test {
 // Pin Mode (0-based): which shape the columns and the rows get. Values
 // outside the menu, and its separator lines, pin nothing.
 TEST_F(Pinning, ModeTableChoosesColumnAndRowShapes) {
-  const int table[][3] = {{0, 0, 0}, {1, 1, 1}, {2, 2, 2}, {3, 0, 0}, {4, 3, 0},  {5, 0, 3},  {6, 4, 0},
+  const int table[][3] = {{0, 0, 0}, {1, 1, 1}, {2, 2, 2}, {3, 0, 0},  {4, 3, 0},  {5, 0, 3},  {6, 4, 0},
                           {7, 0, 4}, {8, 0, 0}, {9, 1, 0}, {10, 0, 1}, {11, 0, 0}, {-1, 0, 0}, {1000, 0, 0}};
   for (const auto& [mode, columnShape, rowShape] : table) {
     const PinProfiles pins(mode, 9, 13);

@@ -39,9 +39,10 @@ TEST(PointSampling, FloorMatchesItsDefinition) {
   auto byDefinition = [](float v) {
     return v < 0 && fmod(static_cast<double>(v), 1.0) != 0 ? TruncToInt32(v - 1.0) : TruncToInt32(v);
   };
-  const float samples[] = {2.7f, -2.0f, -2.5f, -0.25f, 0.0f, -0.0f, -1e-30f, -0.999999f, -1.0000001f, -8388607.5f,
-                           -8388608.0f, -16777217.0f, -2147483520.0f, -2147483904.0f, 0.5f, 1e30f, -1e30f, -3e9f,
-                           NAN, -INFINITY};
+  const float samples[] = {
+      2.7f,       -2.0f,       -2.5f,       -0.25f,      0.0f,         -0.0f,          -1e-30f,
+      -0.999999f, -1.0000001f, -8388607.5f, -8388608.0f, -16777217.0f, -2147483520.0f, -2147483904.0f,
+      0.5f,       1e30f,       -1e30f,      -3e9f,       NAN,          -INFINITY};
   for (float v : samples) EXPECT_EQ(FloorToInt(v), byDefinition(v)) << v;
   EXPECT_EQ(FloorToInt(-2.5f), -3);
 }
@@ -62,10 +63,14 @@ TEST(PointSampling, EdgesOfTheSource) {
     int32_t mode;
     float row, column;
     PF_Pixel want;
-  } cases[] = {{kSampleNearest, 7.4f, 3.0f, {255, 1, 2, 3}},     {kSampleNearest, 8.0f, 3.0f, kClear},
-               {kSampleNearest, 7.5f, 3.0f, kClear},             {kSampleNearest, 2.0f, 11.5f, kClear},
-               {kSampleBilinear, 2.0f, 11.5f, {127, 100, 50, 25}}, {kSampleBilinear, 7.5f, 5.0f, {127, 100, 50, 25}},
-               {kSampleBilinear, 7.5f, 11.5f, {63, 50, 25, 12}},   {kSampleBilinear, 3.0f, 5.0f, {255, 200, 100, 50}},
+  } cases[] = {{kSampleNearest, 7.4f, 3.0f, {255, 1, 2, 3}},
+               {kSampleNearest, 8.0f, 3.0f, kClear},
+               {kSampleNearest, 7.5f, 3.0f, kClear},
+               {kSampleNearest, 2.0f, 11.5f, kClear},
+               {kSampleBilinear, 2.0f, 11.5f, {127, 100, 50, 25}},
+               {kSampleBilinear, 7.5f, 5.0f, {127, 100, 50, 25}},
+               {kSampleBilinear, 7.5f, 11.5f, {63, 50, 25, 12}},
+               {kSampleBilinear, 3.0f, 5.0f, {255, 200, 100, 50}},
                {kSampleBilinear, 8.0f, 5.0f, kClear}};
   for (const auto& c : cases) {
     PF_Pixel out = kMark;
@@ -124,8 +129,8 @@ TEST_F(Resample, RowLoopsMatchThePerPixelSamplers) {
   const struct {
     float spread;
     int w, h, maps;
-  } runs[] = {{0.0f, 23, 17, 4}, {0.7f, 23, 17, 4}, {3.0f, 23, 17, 4}, {30.0f, 23, 17, 4}, {2.0f, 19, 12, 1},
-              {2.0f, 9, 17, 1}};
+  } runs[] = {{0.0f, 23, 17, 4},  {0.7f, 23, 17, 4}, {3.0f, 23, 17, 4},
+              {30.0f, 23, 17, 4}, {2.0f, 19, 12, 1}, {2.0f, 9, 17, 1}};
   uint32_t seed = 1;
   for (const int32_t mode : {kSampleArea, kSampleBilinear, kSampleNearest}) {
     for (const auto& [spread, w, h, maps] : runs) {
@@ -167,9 +172,9 @@ TEST_F(Resample, RowLoopsMatchThePerPixelSamplers) {
                 want = AreaSampleQuad(src.image, upper, lower);
               else
                 SampleMapPoint(setup, a, want);
-              ASSERT_TRUE(PixelIs(dst.At(y, x), want)) << "mode " << mode << " width " << static_cast<int>(level)
-                                                       << " seed " << seed << " at " << y << "," << x << ": point ("
-                                                       << a.row << ", " << a.column << ")";
+              ASSERT_TRUE(PixelIs(dst.At(y, x), want))
+                  << "mode " << mode << " width " << static_cast<int>(level) << " seed " << seed << " at " << y << ","
+                  << x << ": point (" << a.row << ", " << a.column << ")";
             }
         }
         LimitSimd(SimdLevel::kAvx2);

@@ -21,9 +21,16 @@ TEST(FastAtan2, AllFourQuadrantsTheAxesAndSteepAngles) {
   const struct {
     float y, x;
     double want;
-  } cases[] = {{1, 1, quarter},       {1, -1, pi - quarter}, {-1, -1, -(pi - quarter)}, {-1, 1, -quarter},
-               {0, 0, 0},             {0, 5, 0},             {5, 0, half},              {0, -5, pi},
-               {-5, 0, -half},        {-0.0f, -5, pi},  // a negative zero is not negative
+  } cases[] = {{1, 1, quarter},
+               {1, -1, pi - quarter},
+               {-1, -1, -(pi - quarter)},
+               {-1, 1, -quarter},
+               {0, 0, 0},
+               {0, 5, 0},
+               {5, 0, half},
+               {0, -5, pi},
+               {-5, 0, -half},
+               {-0.0f, -5, pi},                 // a negative zero is not negative
                {2, 1, half - 30385 / 65536.0},  // steeper than 45°: folded through π/2
                {1, 2, 30385 / 65536.0}};
   for (const auto& c : cases) EXPECT_EQ(FastAtan2(c.y, c.x), static_cast<float>(c.want)) << c.y << "," << c.x;

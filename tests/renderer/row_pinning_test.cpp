@@ -46,12 +46,12 @@ TEST(RowPinning, SameMapAsAPinningPass) {
     float row, col, stretch, angle, radius;
   };
   const Case cases[] = {
-      {64, 48, 24, 32, 1.0f, 0, 300},     // symmetric, whole frame
-      {131, 77, -20, 40, 1.0f, 0, 90},    // centre above the frame
-      {131, 77, 30, -25, 1.7f, 0, 120},   // centre left of it, axis stretch
-      {101, 53, 60, 140, 1.0f, 0, 80},    // below and right of it
-      {131, 77, 38, 65, 1.5f, 30, 300},   // rotated
-      {37, 23, 30, -5, 1.3f, 315, 25},    // rotated, rows missing the frame
+      {64, 48, 24, 32, 1.0f, 0, 300},    // symmetric, whole frame
+      {131, 77, -20, 40, 1.0f, 0, 90},   // centre above the frame
+      {131, 77, 30, -25, 1.7f, 0, 120},  // centre left of it, axis stretch
+      {101, 53, 60, 140, 1.0f, 0, 80},   // below and right of it
+      {131, 77, 38, 65, 1.5f, 30, 300},  // rotated
+      {37, 23, 30, -5, 1.3f, 315, 25},   // rotated, rows missing the frame
   };
   std::vector<SimdLevel> levels = {SimdLevel::kSse2, SimdLevel::kScalar};
   {

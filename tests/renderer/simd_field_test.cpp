@@ -67,7 +67,8 @@ TEST(SimdField, EveryWidthGivesTheSameFieldAndMap) {
     float stretch, angle;
   };
   const int sizes[][2] = {{37, 23}, {64, 48}, {131, 77}, {200, 30}};
-  const Stretch stretches[] = {{1.0f, 0.0f}, {1.7f, 0.0f}, {0.6f, 90.0f}, {1.5f, 30.0f}, {2.0f, 200.0f}, {1.3f, 315.0f}};
+  const Stretch stretches[] = {{1.0f, 0.0f},  {1.7f, 0.0f},   {0.6f, 90.0f},
+                               {1.5f, 30.0f}, {2.0f, 200.0f}, {1.3f, 315.0f}};
   const float phases[] = {-200.0f, 35.0f, 700.0f, 4.0e7f};
   int n = 0, branches[3] = {0, 0, 0};
   for (const auto& size : sizes) {

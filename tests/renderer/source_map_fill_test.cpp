@@ -46,15 +46,24 @@ TEST(Spread, WhichGridPointsAreWrittenAndHowOften) {
     float row, col, radius, stretch;
     Expect expect;
   } cases[] = {
-      {640, 480, 239, 319, 1e6f, 1, kWholeFrame}, {640, 480, 239, 319, 1e6f, 1.5f, kWholeFrame},
-      {120, 80, 40, 60, 0, 1, kNothing},          {120, 80, 40, 60, 0, 2, kNothing},
-      {90, 60, 30, 0.2f, 1e5f, 1, kWholeFrame},   {90, 60, 30, 0.2f, 10, 1, kSpans},
-      {90, 60, -30, 40, 1e5f, 1, kWholeFrame},    {90, 60, -30, 40, 1e5f, 2, kSpans},
-      {90, 60, 20, -50, 1e5f, 1, kWholeFrame},    {90, 60, 20, -50, 1e5f, 2, kSpans},
-      {90, 60, -30, -50, 1e5f, 1, kWholeFrame},   {90, 60, -30, -50, 40, 2, kSpans},
-      {90, 60, -1, -1, 40, 1, kSpans},            {90, 60, -1, -1, 1e5f, 2, kSpans},
-      {90, 60, -3000, -3000, 1e6f, 1, kWholeFrame}, {90, 60, -3000, -3000, 1e6f, 2, kNothing},
-      {90, 60, 30000, 30000, 1e6f, 1, kWholeFrame}, {90, 60, 30000, 30000, 1e6f, 2, kWholeFrame},
+      {640, 480, 239, 319, 1e6f, 1, kWholeFrame},
+      {640, 480, 239, 319, 1e6f, 1.5f, kWholeFrame},
+      {120, 80, 40, 60, 0, 1, kNothing},
+      {120, 80, 40, 60, 0, 2, kNothing},
+      {90, 60, 30, 0.2f, 1e5f, 1, kWholeFrame},
+      {90, 60, 30, 0.2f, 10, 1, kSpans},
+      {90, 60, -30, 40, 1e5f, 1, kWholeFrame},
+      {90, 60, -30, 40, 1e5f, 2, kSpans},
+      {90, 60, 20, -50, 1e5f, 1, kWholeFrame},
+      {90, 60, 20, -50, 1e5f, 2, kSpans},
+      {90, 60, -30, -50, 1e5f, 1, kWholeFrame},
+      {90, 60, -30, -50, 40, 2, kSpans},
+      {90, 60, -1, -1, 40, 1, kSpans},
+      {90, 60, -1, -1, 1e5f, 2, kSpans},
+      {90, 60, -3000, -3000, 1e6f, 1, kWholeFrame},
+      {90, 60, -3000, -3000, 1e6f, 2, kNothing},
+      {90, 60, 30000, 30000, 1e6f, 1, kWholeFrame},
+      {90, 60, 30000, 30000, 1e6f, 2, kWholeFrame},
       {90, 60, -30000, -30000, 1e6f, 2, kNothing},
   };
   for (const auto& c : cases) {

@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 #include <string.h>
 
-
 #include "renderer_test_util.h"
 
 namespace tarvo {

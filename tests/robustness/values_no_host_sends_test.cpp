@@ -47,7 +47,7 @@ TEST_F(NoHostSends, PopupsOutsideTheirMenus) {
   Fixed(kAngularHeight, 10);  // so that twirl shows
   struct Menu {
     int index;
-    int32_t same;  // the choice an out-of-menu value renders as
+    int32_t same;   // the choice an out-of-menu value renders as
     int32_t other;  // a choice that renders differently
   };
   const Menu menus[] = {{kWaveForm, 1, 3}, {kIntensity, 2, 3}, {kTwirl, 1, 3}, {kPinMode, 1, 3}, {kAntialias, 2, 1}};

@@ -62,6 +62,8 @@ inline PF_EffectWorld WorldOver(void* pixels, int32_t width, int32_t height, int
   w.rowbytes = rowbytes;
   return w;
 }
-inline PF_EffectWorld WorldOver(host::Image& img) { return WorldOver(img.data.data(), img.width, img.height, img.rowbytes); }
+inline PF_EffectWorld WorldOver(host::Image& img) {
+  return WorldOver(img.data.data(), img.width, img.height, img.rowbytes);
+}
 
 }  // namespace tarvo::testing

@@ -19,8 +19,8 @@ struct FaultPlan {
 };
 
 struct CallbackCounts {
-  int32_t addParam = 0, progress = 0, fill = 0, copy = 0, newWorld = 0, disposeWorld = 0, checkout = 0,
-          checkin = 0, sprintf = 0, strcpy = 0;
+  int32_t addParam = 0, progress = 0, fill = 0, copy = 0, newWorld = 0, disposeWorld = 0, checkout = 0, checkin = 0,
+          sprintf = 0, strcpy = 0;
 };
 
 class TestHost : public Host {

@@ -18,9 +18,8 @@ inline bool Same(const PF_Pixel& a, const PF_Pixel& b) { return memcmp(&a, &b, s
 
 inline ::testing::AssertionResult PixelIs(const PF_Pixel& p, int a, int r, int g, int b) {
   if (p.alpha == a && p.red == r && p.green == g && p.blue == b) return ::testing::AssertionSuccess();
-  return ::testing::AssertionFailure() << "pixel (" << +p.alpha << ", " << +p.red << ", " << +p.green << ", "
-                                       << +p.blue << "), expected (" << a << ", " << r << ", " << g << ", " << b
-                                       << ")";
+  return ::testing::AssertionFailure() << "pixel (" << +p.alpha << ", " << +p.red << ", " << +p.green << ", " << +p.blue
+                                       << "), expected (" << a << ", " << r << ", " << g << ", " << b << ")";
 }
 inline ::testing::AssertionResult PixelIs(const PF_Pixel& p, const PF_Pixel& w) {
   return PixelIs(p, w.alpha, w.red, w.green, w.blue);
@@ -32,7 +31,9 @@ struct Picture {
   PixelImage image;
 
   Picture(int width, int height, int pad = 0, size_t guard = 0)
-      : w(width), h(height), stride(width + pad),
+      : w(width),
+        h(height),
+        stride(width + pad),
         pixels(static_cast<size_t>(width + pad) * height + guard, PF_Pixel{1, 2, 3, 4}) {
     image.Wrap(static_cast<int16_t>(w), static_cast<int16_t>(h), stride * 4, pixels.data(), AllRows);
   }

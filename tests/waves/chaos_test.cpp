@@ -35,9 +35,9 @@ TEST(ChaosWave, PositionsPickOrMorphNeighbouringSpectra) {
   const struct {
     float position;
     int low, high, w8;
-  } cases[] = {{3.0f, 3, 3, 0},   {3.0005f, 3, 3, 0}, {3.9995f, 4, 4, 0},   {14.0f, 14, 14, 0},
-               {20.0f, 14, 14, 0}, {0.0f, 1, 1, 0},   {0.5f, 1, 1, 0},      {-7.0f, 1, 1, 0},
-               {NAN, 1, 1, 0},     {2.5f, 2, 3, 128}, {13.25f, 13, 14, 64}};
+  } cases[] = {{3.0f, 3, 3, 0},    {3.0005f, 3, 3, 0}, {3.9995f, 4, 4, 0},  {14.0f, 14, 14, 0},
+               {20.0f, 14, 14, 0}, {0.0f, 1, 1, 0},    {0.5f, 1, 1, 0},     {-7.0f, 1, 1, 0},
+               {NAN, 1, 1, 0},     {2.5f, 2, 3, 128},  {13.25f, 13, 14, 64}};
   for (const auto& c : cases) {
     WaveTable out{};
     BuildChaosWave(out, c.position);
@@ -52,9 +52,9 @@ TEST(RippleWave, BlendWeightMixesWaveformAndChaosWave) {
     uint32_t waveform;
     float chaos, blend;
     int32_t w8;
-  } cases[] = {{kTriangle, 7.3f, 0.0f, 0},   {kTriangle, 14.0f, 0.0009f, 0}, {kSawtooth, 4.0f, NAN, 0},
-               {kSine, 3.0f, 1.0f, 256},     {kSquare, 3.9995f, 1.0f, 256},  {RampPulse90, 20.0f, 0.9995f, 256},
-               {kSquare, 5.0f, 0.5f, 128},   {kSquare, 1.0f, 0.999f, 255}};
+  } cases[] = {{kTriangle, 7.3f, 0.0f, 0}, {kTriangle, 14.0f, 0.0009f, 0}, {kSawtooth, 4.0f, NAN, 0},
+               {kSine, 3.0f, 1.0f, 256},   {kSquare, 3.9995f, 1.0f, 256},  {RampPulse90, 20.0f, 0.9995f, 256},
+               {kSquare, 5.0f, 0.5f, 128}, {kSquare, 1.0f, 0.999f, 255}};
   for (const auto& c : cases) {
     WaveTable out{}, chaos{};
     BuildRippleWave(out, c.waveform, c.chaos, c.blend);

@@ -23,9 +23,11 @@ TEST(ArcTanTable, TruncatedEntriesLookupAndHeldInputs) {
   const float top = 51471.0f / 65536.0f;  // π/4 truncated to 16.16: 0.78538513
   const struct {
     float x, value;
-  } cases[] = {{0.0f, 0.0f}, {0.5f, 30385.0f / 65536.0f},  // exactly entry 200
-               {1.0f, top},  {0.00125f, 81.0f / 65536.0f},  // f = 128: (163 × 128) >> 8
-               {-0.5f, 0.0f}, {NAN, 0.0f}, {1.0000001f, top}, {1.0e30f, top}, {INFINITY, top}};
+  } cases[] = {{0.0f, 0.0f},      {0.5f, 30385.0f / 65536.0f},   // exactly entry 200
+               {1.0f, top},       {0.00125f, 81.0f / 65536.0f},  // f = 128: (163 × 128) >> 8
+               {-0.5f, 0.0f},     {NAN, 0.0f},
+               {1.0000001f, top}, {1.0e30f, top},
+               {INFINITY, top}};
   for (const auto& c : cases) EXPECT_EQ(t.Lookup(c.x), c.value) << c.x;
 }
 

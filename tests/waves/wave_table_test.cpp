@@ -31,19 +31,51 @@ TEST(WaveTableShapes, EntriesAtThePieceBoundaries) {
     int32_t value;
   };
   const Entry entries[] = {
-      {kSine, 0, 0}, {kSine, 90, 65536}, {kSine, 180, 0}, {kSine, 270, -65536},
-      {kTriangle, 0, -65536}, {kTriangle, 180, 65536}, {kTriangle, 359, -64807},
-      {kSquare, 0, 65536}, {kSquare, 180, 65536}, {kSquare, 181, -65536}, {kSquare, 359, -65536},
-      {kSawtooth, 0, -65536}, {kSawtooth, 359, 65171}, {kSawtooth, 360, -65536},
-      {kCircle, 0, 0}, {kCircle, 1, 9742}, {kCircle, 90, 65536}, {kCircle, 180, 0}, {kCircle, 181, -9742},
-      {kSemicircle, 0, -65536}, {kSemicircle, 1, -51739}, {kSemicircle, 90, 47975}, {kSemicircle, 180, 65536},
-      {kUncircle, 0, 65536}, {kUncircle, 90, 0}, {kUncircle, 180, 65536}, {kUncircle, 181, -55793},
+      {kSine, 0, 0},
+      {kSine, 90, 65536},
+      {kSine, 180, 0},
+      {kSine, 270, -65536},
+      {kTriangle, 0, -65536},
+      {kTriangle, 180, 65536},
+      {kTriangle, 359, -64807},
+      {kSquare, 0, 65536},
+      {kSquare, 180, 65536},
+      {kSquare, 181, -65536},
+      {kSquare, 359, -65536},
+      {kSawtooth, 0, -65536},
+      {kSawtooth, 359, 65171},
+      {kSawtooth, 360, -65536},
+      {kCircle, 0, 0},
+      {kCircle, 1, 9742},
+      {kCircle, 90, 65536},
+      {kCircle, 180, 0},
+      {kCircle, 181, -9742},
+      {kSemicircle, 0, -65536},
+      {kSemicircle, 1, -51739},
+      {kSemicircle, 90, 47975},
+      {kSemicircle, 180, 65536},
+      {kUncircle, 0, 65536},
+      {kUncircle, 90, 0},
+      {kUncircle, 180, 65536},
+      {kUncircle, 181, -55793},
       {kUncircle, 270, 0},
-      {kHalfSine, 0, -65536}, {kHalfSine, 1, -64392}, {kHalfSine, 90, 27145}, {kHalfSine, 180, 65536},
-      {RampPulse180, 0, -65536}, {RampPulse180, 90, -32768}, {RampPulse180, 179, -364}, {RampPulse180, 180, 0},
+      {kHalfSine, 0, -65536},
+      {kHalfSine, 1, -64392},
+      {kHalfSine, 90, 27145},
+      {kHalfSine, 180, 65536},
+      {RampPulse180, 0, -65536},
+      {RampPulse180, 90, -32768},
+      {RampPulse180, 179, -364},
+      {RampPulse180, 180, 0},
       {RampPulse180, 359, 0},
-      {RampPulse90, 0, -65536}, {RampPulse90, 45, -32768}, {RampPulse90, 89, -728}, {RampPulse90, 90, 0},
-      {kSpectrum5, 37, 39447}, {kSpectrum5, 90, 51709}, {kSpectrum5, 123, 44258}, {kSpectrum5, 200, -28170},
+      {RampPulse90, 0, -65536},
+      {RampPulse90, 45, -32768},
+      {RampPulse90, 89, -728},
+      {RampPulse90, 90, 0},
+      {kSpectrum5, 37, 39447},
+      {kSpectrum5, 90, 51709},
+      {kSpectrum5, 123, 44258},
+      {kSpectrum5, 200, -28170},
       {kSpectrum5, 333, -34282},
   };
   for (const Entry& e : entries) EXPECT_EQ(Built(e.shape).entries[e.index], e.value) << e.shape << "@" << e.index;
@@ -64,14 +96,22 @@ TEST(WaveLookup, PeriodsInterpolationAndRangeReduction) {
   const struct {
     float angle, value;
   } cases[] = {
-      {90.0f, 1.0f}, {-90.0f, -1.0f}, {450.0f, 1.0f}, {-270.0f, 1.0f}, {360.0f, 0.0f}, {30.0f, 0.5f},
-      {0.5f, 571 * kFix},            // f = 128, halfway between entries 0 and 1
-      {1.0f / 512.0f, 0.0f},         // the lowest 8 bits of the 16.16 angle are dropped
-      {-0.5f, -572 * kFix},          // 359.5°: −146304 >> 8 is −572 (arithmetic shift)
-      {32000.0f, sine.entries[320] * kFix}, {-32000.0f, sine.entries[40] * kFix},  // used as they are
-      {32400.5f, 571 * kFix},        // beyond 32000: fmod by 360
+      {90.0f, 1.0f},
+      {-90.0f, -1.0f},
+      {450.0f, 1.0f},
+      {-270.0f, 1.0f},
+      {360.0f, 0.0f},
+      {30.0f, 0.5f},
+      {0.5f, 571 * kFix},     // f = 128, halfway between entries 0 and 1
+      {1.0f / 512.0f, 0.0f},  // the lowest 8 bits of the 16.16 angle are dropped
+      {-0.5f, -572 * kFix},   // 359.5°: −146304 >> 8 is −572 (arithmetic shift)
+      {32000.0f, sine.entries[320] * kFix},
+      {-32000.0f, sine.entries[40] * kFix},      // used as they are
+      {32400.5f, 571 * kFix},                    // beyond 32000: fmod by 360
       {-32400.5f, ((-1143 * 131) >> 8) * kFix},  // below −32000: 360 − fmod − 0.01 reads 359.49 (f = 125)
-      {NAN, sine.entries[352] * kFix}, {INFINITY, sine.entries[352] * kFix}, {-INFINITY, sine.entries[352] * kFix},
+      {NAN, sine.entries[352] * kFix},
+      {INFINITY, sine.entries[352] * kFix},
+      {-INFINITY, sine.entries[352] * kFix},
   };
   for (const auto& c : cases) EXPECT_EQ(WaveTableLookup(c.angle, sine), c.value) << c.angle;
   EXPECT_EQ(WaveTableLookup(1.0e9f, sine), WaveTableLookup(fmodf(1.0e9f, 360.0f), sine));
