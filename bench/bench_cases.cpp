@@ -2,26 +2,14 @@
 
 #include <math.h>
 
+#include "ripple_effect.h"
+
 namespace tarvo::bench {
 
 namespace {
 
 // Parameter indices as the effect declares them.
-enum : int {
-  kRadius = 1,
-  kWaveHeight = 3,
-  kAngularWaveHeight = 4,
-  kWaveWidth = 5,
-  kWaveForm = 6,
-  kIntensity = 8,
-  kStretch = 9,
-  kStretchAngle = 10,
-  kTwirl = 11,
-  kPinMode = 12,
-  kAntialias = 13,
-  kChaosBlend = 14,
-  kChaos = 15
-};
+using P = tarvo::RippleEffect;
 
 PF_Fixed Fixed(double v) { return static_cast<PF_Fixed>(lround(v * 65536.0)); }
 
@@ -101,19 +89,19 @@ const BenchCase* FindCase(const std::string& name) {
 
 void BenchCase::Apply(host::Host& host) const {
   host.SetParamsToDefaults();
-  host.Param(kRadius).u.fd.value = Fixed(radius);
-  host.Param(kWaveHeight).u.fd.value = Fixed(waveHeight);
-  host.Param(kAngularWaveHeight).u.fd.value = Fixed(angularHeight);
-  host.Param(kWaveWidth).u.fd.value = Fixed(waveWidth);
-  host.Param(kWaveForm).u.pd.value = waveform;
-  host.Param(kIntensity).u.pd.value = intensity;
-  host.Param(kStretch).u.fd.value = Fixed(stretch);
-  host.Param(kStretchAngle).u.ad.value = Fixed(stretchAngle);
-  host.Param(kTwirl).u.pd.value = twirl;
-  host.Param(kPinMode).u.pd.value = pinMode;
-  host.Param(kAntialias).u.pd.value = antialias;
-  host.Param(kChaosBlend).u.fd.value = Fixed(chaosBlend);
-  host.Param(kChaos).u.fd.value = Fixed(chaos);
+  host.Param(P::kRadius).u.fd.value = Fixed(radius);
+  host.Param(P::kWaveHeight).u.fd.value = Fixed(waveHeight);
+  host.Param(P::kAngularWaveHeight).u.fd.value = Fixed(angularHeight);
+  host.Param(P::kWaveWidth).u.fd.value = Fixed(waveWidth);
+  host.Param(P::kWaveForm).u.pd.value = waveform;
+  host.Param(P::kIntensity).u.pd.value = intensity;
+  host.Param(P::kStretch).u.fd.value = Fixed(stretch);
+  host.Param(P::kStretchAngle).u.ad.value = Fixed(stretchAngle);
+  host.Param(P::kTwirl).u.pd.value = twirl;
+  host.Param(P::kPinMode).u.pd.value = pinMode;
+  host.Param(P::kAntialias).u.pd.value = antialias;
+  host.Param(P::kChaosBlend).u.fd.value = Fixed(chaosBlend);
+  host.Param(P::kChaos).u.fd.value = Fixed(chaos);
   host.SetQuality(highQuality ? PF_Quality_HI : PF_Quality_LO);
 }
 
