@@ -24,6 +24,10 @@ struct PixelSum {
   uint64_t alpha = 0, red = 0, green = 0, blue = 0;
 };
 
+// The top 8 bits of a 16.16 value's fraction, 0..255: where a box edge cuts
+// its row or column, in 1/256 of a pixel.
+constexpr int32_t Frac8(int64_t f) { return static_cast<int32_t>((f & 0xFFFF) >> 8); }
+
 // A row's or column's coverage weight of 255 counts as 256: full.
 constexpr int32_t CountedWeight(int32_t weight) { return weight == 255 ? 256 : weight; }
 
@@ -73,7 +77,8 @@ PF_Pixel AreaSampleQuad(const PixelImage& image, const float* upper, const float
 // box is summed directly: the same pixels, only slower.
 class AreaSampleCache {
  public:
-  explicit AreaSampleCache(const PixelImage& image) : image_(&image) {}
+  // simd: the widest loops to build the tables with.
+  explicit AreaSampleCache(const PixelImage& image, SimdLevel simd = ActiveSimd()) : image_(&image), simd_(simd) {}
   ~AreaSampleCache();
   AreaSampleCache(const AreaSampleCache&) = delete;
   AreaSampleCache& operator=(const AreaSampleCache&) = delete;
@@ -94,6 +99,7 @@ class AreaSampleCache {
   void RectSum(int32_t rowA, int32_t rowB, int32_t colA, int32_t colB, uint64_t out[4]) const;
 
   const PixelImage* image_;
+  SimdLevel simd_;
   void* table_ = nullptr;           // (height + 1) × (width + 1) entries of 4 channels
   std::atomic<bool> ready_{false};  // table_ is filled (set once, after the fill)
   std::atomic<int64_t> debt_{0};    // pixels of large boxes summed directly so far

@@ -245,7 +245,8 @@ void ResampleOutput(SourceMap& map, PixelImage& destination) {
   const int32_t copyWidth = std::min(srcWidth, dstWidth);
   if (rowCount <= 0) return;
 
-  AreaSampleCache areaCache(*src);  // tables for very large boxes, shared by the bands, freed on every return
+  // Tables for very large boxes, shared by the bands, freed on every return.
+  AreaSampleCache areaCache(*src, setup.simd);
   auto row = [&](int32_t y) {
     const RowCursor srcRow = src->RowAt(static_cast<int16_t>(y));
     const RowCursor dstRow = destination.RowAt(static_cast<int16_t>(y));

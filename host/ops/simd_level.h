@@ -12,6 +12,14 @@
 #if defined(__SSE2__) || defined(_M_X64) || (defined(_M_IX86_FP) && _M_IX86_FP >= 2)
 #define TARVO_SSE2_PATHS 1
 #endif
+// TARVO_HOT_INLINE: a helper of a pixel loop, inlined into it at any width.
+#if defined(__GNUC__) || defined(__clang__)
+#define TARVO_HOT_INLINE inline __attribute__((always_inline))
+#elif defined(_MSC_VER)
+#define TARVO_HOT_INLINE __forceinline
+#else
+#define TARVO_HOT_INLINE inline
+#endif
 #if (defined(__GNUC__) || defined(__clang__)) && (defined(__x86_64__) || defined(__i386__)) && defined(TARVO_SSE2_PATHS)
 #define TARVO_AVX2_PATHS 1
 #define TARVO_AVX2 __attribute__((target("avx2")))
