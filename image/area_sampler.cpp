@@ -48,20 +48,14 @@ TARVO_HOT_INLINE void AccumulateWeighted(PixelSum& sum, const PF_Pixel& pixel, i
   sum.blue += pixel.blue * w;
 }
 
+// A full weight (256, or 255 counted as 256) adds the row sum unchanged.
+// Within the classic limits the product stays below 2^32, as in 32 bits.
 TARVO_HOT_INLINE void AccumulateScaled(PixelSum& sum, const PixelSum& row, int32_t weight) {
-  if (weight == 255) {
-    sum.alpha += row.alpha;
-    sum.red += row.red;
-    sum.green += row.green;
-    sum.blue += row.blue;
-    return;
-  }
-  // Within the classic limits the product stays below 2^32, as in 32 bits.
-  const uint64_t w = static_cast<uint32_t>(weight);
-  sum.alpha += (row.alpha * w) >> 8;
-  sum.red += (row.red * w) >> 8;
-  sum.green += (row.green * w) >> 8;
-  sum.blue += (row.blue * w) >> 8;
+  const uint64_t scale = static_cast<uint32_t>(CountedWeight(weight));
+  sum.alpha += (row.alpha * scale) >> 8;
+  sum.red += (row.red * scale) >> 8;
+  sum.green += (row.green * scale) >> 8;
+  sum.blue += (row.blue * scale) >> 8;
 }
 
 }  // namespace
@@ -187,49 +181,41 @@ PixelSum BoxSum(const PixelImage& image, int32_t x, int32_t w, int32_t y, int32_
     const int64_t columns = (plan.innerEnd - plan.innerFirst) + (plan.leftColumn >= 0) + (plan.rightColumn >= 0);
     const int64_t cells = (last - first + 1) * columns;
     if (cache != nullptr && cache->Covers(image, cells)) {
-      // Only the end rows can weigh less than 255; every row between them
-      // weighs 256. Rows of weight 255 or 256 are added unscaled, so they
-      // are summed as one block: Σ over its rows of the column-weighted
-      // row sums, in the same 64-bit arithmetic. An end row of weight
-      // 1..254 is scaled and truncated on its own, as a row at a time does.
+      // Only the end rows can weigh less than a full row; every row
+      // between them weighs 256. Full rows are added unscaled, so they are
+      // summed as one block: Σ over its rows of the column-weighted row
+      // sums, in the same 64-bit arithmetic. An end row of a lesser weight
+      // is scaled and truncated on its own, as a row at a time does.
       auto blockSum = [&](int64_t rowA, int64_t rowB) {
         PixelSum block;
-        uint64_t v[4];
-        const int32_t a = static_cast<int32_t>(rowA), b = static_cast<int32_t>(rowB);
-        if (plan.innerEnd > plan.innerFirst) {
-          cache->RectSum(a, b, plan.innerFirst, plan.innerEnd - 1, v);
-          block.alpha = v[0] << 8;
-          block.red = v[1] << 8;
-          block.green = v[2] << 8;
-          block.blue = v[3] << 8;
-        }
-        auto column = [&](int32_t c, int32_t weight) {
-          if (c < 0) return;
-          cache->RectSum(a, b, c, c, v);
-          const uint64_t wt = static_cast<uint32_t>(CountedWeight(weight));
-          block.alpha += v[0] * wt;
-          block.red += v[1] * wt;
-          block.green += v[2] * wt;
-          block.blue += v[3] * wt;
+        auto add = [&](int32_t colA, int32_t colB, int32_t weight) {
+          uint64_t v[4];
+          cache->RectSum(static_cast<int32_t>(rowA), static_cast<int32_t>(rowB), colA, colB, v);
+          const uint64_t scale = static_cast<uint32_t>(CountedWeight(weight));
+          block.alpha += v[0] * scale;
+          block.red += v[1] * scale;
+          block.green += v[2] * scale;
+          block.blue += v[3] * scale;
         };
-        column(plan.leftColumn, plan.leftWeight);
-        column(plan.rightColumn, plan.rightWeight);
+        if (plan.innerEnd > plan.innerFirst) add(plan.innerFirst, plan.innerEnd - 1, 256);
+        if (plan.leftColumn >= 0) add(plan.leftColumn, plan.leftColumn, plan.leftWeight);
+        if (plan.rightColumn >= 0) add(plan.rightColumn, plan.rightColumn, plan.rightWeight);
         return block;
       };
       int64_t fullFirst = first, fullLast = last;
       const int32_t firstWeight = rowWeight(first);
-      if (firstWeight < 255) {
+      if (CountedWeight(firstWeight) < 256) {
         if (firstWeight > 0) AccumulateScaled(sum, blockSum(first, first), firstWeight);
         ++fullFirst;
       }
       if (last >= fullFirst) {
         const int32_t lastWeight = rowWeight(last);
-        if (lastWeight < 255) {
+        if (CountedWeight(lastWeight) < 256) {
           if (lastWeight > 0) AccumulateScaled(sum, blockSum(last, last), lastWeight);
           --fullLast;
         }
       }
-      if (fullLast >= fullFirst) AccumulateScaled(sum, blockSum(fullFirst, fullLast), 255);
+      if (fullLast >= fullFirst) AccumulateScaled(sum, blockSum(fullFirst, fullLast), 256);
     } else {
       RowCursor cursor = image.RowAt(static_cast<int16_t>(first));
       for (int64_t row = first; row <= last; ++row, cursor.Next()) {

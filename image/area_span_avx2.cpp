@@ -33,6 +33,11 @@ TARVO_AVX2_INLINE __m256 Within(__m256 v, float low, float high) {
                        _mm256_cmp_ps(v, _mm256_set1_ps(high), _CMP_LT_OQ));
 }
 
+// CountedWeight in each 32-bit lane: 255 counts as 256.
+TARVO_AVX2_INLINE __m256i CountedWeights(__m256i weights) {
+  return _mm256_sub_epi32(weights, _mm256_cmpeq_epi32(weights, _mm256_set1_epi32(255)));
+}
+
 // Coverage weight of cell k (0..3, counted from the box's first cell) in
 // 1/256 of a pixel: the part of [256k, 256k + 256) that the box covers,
 // the box running from frac to end (its far edge, from the first cell's
@@ -42,7 +47,7 @@ TARVO_AVX2_INLINE __m256i Weight(int k, __m256i frac, __m256i end) {
   const __m256i w = k == 0 ? _mm256_sub_epi32(_mm256_min_epi32(end, full), frac)
                            : _mm256_max_epi32(_mm256_min_epi32(_mm256_sub_epi32(end, _mm256_set1_epi32(256 * k)), full),
                                               _mm256_setzero_si256());
-  return _mm256_sub_epi32(w, _mm256_cmpeq_epi32(w, _mm256_set1_epi32(255)));
+  return CountedWeights(w);
 }
 
 // |v|, and 1 where that is 0.

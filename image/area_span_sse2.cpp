@@ -76,10 +76,15 @@ TARVO_HOT_INLINE __m128i SpanRowSum4(const uint8_t* row, __m128i w01, __m128i w2
   return _mm_add_epi32(s01, s23);
 }
 
-// A row sum times a row weight: (sum × weight) >> 8, with 255 and 256
-// leaving the sum as it is.
+// CountedWeight in each 32-bit lane: 255 counts as 256.
+TARVO_HOT_INLINE __m128i CountedWeights(__m128i weights) {
+  return _mm_sub_epi32(weights, _mm_cmpeq_epi32(weights, _mm_set1_epi32(255)));
+}
+
+// A row sum times a row weight: (sum × weight) >> 8, a full weight leaving
+// the sum as it is.
 TARVO_HOT_INLINE __m128i SpanRowWeighted(__m128i sum, int32_t weight) {
-  return weight >= 255 ? sum : SpanScale(sum, weight);
+  return CountedWeight(weight) == 256 ? sum : SpanScale(sum, weight);
 }
 
 // NormalizeSum of channel sums below 2^31: alpha over a (covered × 255),
@@ -204,7 +209,7 @@ bool AreaSamplePixel(const uint8_t* base, intptr_t stride, int32_t imageHeight, 
     __m128i weights = _mm_and_si128(_mm_cmpgt_epi32(_mm_add_epi32(lastK, _mm_set1_epi32(1)), k), _mm_set1_epi32(256));
     weights = _mm_sub_epi32(weights, _mm_and_si128(_mm_cmpeq_epi32(k, _mm_setzero_si128()), _mm_set1_epi32(frac[1])));
     weights = _mm_sub_epi32(weights, _mm_and_si128(_mm_cmpeq_epi32(k, lastK), _mm_set1_epi32(256 - frac[3])));
-    weights = _mm_add_epi32(weights, _mm_and_si128(_mm_cmpeq_epi32(weights, _mm_set1_epi32(255)), _mm_set1_epi32(1)));
+    weights = CountedWeights(weights);
     const __m128i packed = _mm_packs_epi32(weights, weights);
     const __m128i w01 = _mm_shuffle_epi32(packed, _MM_SHUFFLE(0, 0, 0, 0));
     const __m128i w23 = _mm_shuffle_epi32(packed, _MM_SHUFFLE(1, 1, 1, 1));
@@ -296,7 +301,7 @@ bool AreaSampleFour(const uint8_t* base, intptr_t stride, int32_t imageHeight, i
     __m128i w = k == 0 ? full : _mm_and_si128(_mm_cmpgt_epi32(lastK, _mm_set1_epi32(k - 1)), full);
     if (k == 0) w = _mm_sub_epi32(w, fx);
     w = _mm_sub_epi32(w, _mm_and_si128(_mm_cmpeq_epi32(lastK, kv), rightCut));
-    return _mm_add_epi32(w, _mm_and_si128(_mm_cmpeq_epi32(w, _mm_set1_epi32(255)), _mm_set1_epi32(1)));
+    return CountedWeights(w);
   };
   const __m128i w0 = weight(0), w1 = weight(1), w2 = weight(2), w3 = weight(3);
   // Transposed: pixel p's weights w0 .. w3 as 16-bit pairs (w0 w1) and (w2 w3).
