@@ -18,22 +18,11 @@
 #include <memory>
 #include <string>
 
-#include "host.h"
+#include "module_test.h"
 
 namespace tarvo::host {
 namespace {
 
-enum Param {
-  kRadius = 1,
-  kCenter,
-  kWaveHeight,
-  kWaveForm = 6,
-  kStretch = 9,
-  kStretchAngle,
-  kTwirl,
-  kPinMode,
-  kAntialias
-};
 enum PinMode { kNoPin = 1, kPinEdges, kPinLeft = 5, kPinTop, kPinHoriz = 10, kPinVertical };
 constexpr int32_t kW = 300, kH = 220;
 
@@ -50,49 +39,16 @@ bool RotatedShift(const Image& out, const Image& in, int32_t y, int32_t x) {
   return x + 1 < in.width ? Same(out.At(y, x), in.At(y, x + 1)) : Background(out.At(y, x));
 }
 
-class CoordinateRender : public ::testing::Test {
+class CoordinateRender : public PluginTest {
  protected:
   void SetUp() override {
+    PluginTest::SetUp();
+    ASSERT_EQ(ParamsSetup(), PF_Err_NONE);
     for (int32_t y = 0; y < kH; ++y)
       for (int32_t x = 0; x < kW; ++x)
         input.At(y, x) = PF_Pixel{255, static_cast<uint8_t>(x & 255), static_cast<uint8_t>(y & 255),
                                   static_cast<uint8_t>((x >> 8) | (y >> 8) << 4)};
-    std::string error;
-    module = Module::LoadBuilt(&error);
-    ASSERT_NE(module, nullptr) << error;
-    host = std::make_unique<Host>(module->Entry());
-    ASSERT_EQ(host->GlobalSetup(), PF_Err_NONE);
-    ASSERT_EQ(host->ParamsSetup(), PF_Err_NONE);
   }
-
-  // Defaults at the given quality, then values as the controls show them
-  // (popups 1-based) and the centre in pixels when given.
-  void Reset(bool lowQuality = false) {
-    host->SetParamsToDefaults();
-    host->SetQuality(lowQuality ? PF_Quality_LO : PF_Quality_HI);
-  }
-  void Set(int index, double shown) {
-    PF_ParamDef& p = host->Param(index);
-    const auto fixed = static_cast<PF_Fixed>(shown * 65536.0);
-    if (p.param_type == PF_Param_POPUP)
-      p.u.pd.value = static_cast<int32_t>(shown);
-    else if (p.param_type == PF_Param_ANGLE)
-      p.u.ad.value = fixed;
-    else
-      p.u.fd.value = fixed;
-  }
-  void SetCentre(double x, double y) {
-    host->SetPointPixels(kCenter, static_cast<PF_Fixed>(x * 65536.0), static_cast<PF_Fixed>(y * 65536.0));
-  }
-  Image Render() {
-    Image out(kW, kH);
-    EXPECT_EQ(host->Render(input, out), PF_Err_NONE);
-    EXPECT_EQ(host->ErrorMessage(), "");
-    return out;
-  }
-
-  std::unique_ptr<Module> module;
-  std::unique_ptr<Host> host;
   Image input{kW, kH};
 };
 
@@ -142,7 +98,8 @@ TEST_F(CoordinateRender, PixelsTheRippleDoesNotMoveAreExactCopies) {
     int edgeMisses = 0;
     for (int pin = noWave ? kNoPin : kPinEdges; pin <= (noWave ? kPinVertical : kPinEdges); ++pin) {
       SCOPED_TRACE(::testing::Message() << c.what << ", pin mode " << pin);
-      Reset(c.lowQuality);
+      host->SetParamsToDefaults();
+      host->SetQuality(c.lowQuality ? PF_Quality_LO : PF_Quality_HI);
       for (auto [param, value] : {std::pair{kRadius, c.radius},
                                   {kWaveHeight, c.height},
                                   {kWaveForm, c.waveForm * 1.0},
@@ -151,11 +108,13 @@ TEST_F(CoordinateRender, PixelsTheRippleDoesNotMoveAreExactCopies) {
                                   {kTwirl, c.twirl * 1.0},
                                   {kAntialias, c.antialias * 1.0},
                                   {kPinMode, pin * 1.0}})
-        Set(param, value);
-      SetCentre(c.cx, c.cy);
+        SetShown(*host, param, value);
+      host->SetPointPixels(kCenter, static_cast<PF_Fixed>(c.cx * kOne), static_cast<PF_Fixed>(c.cy * kOne));
       const bool leftHeld = pin == kPinEdges || pin == kPinLeft || pin == kPinHoriz;
       const bool topHeld = pin == kPinEdges || pin == kPinTop || pin == kPinVertical;
-      const Image out = Render();
+      Image out(kW, kH);
+      ASSERT_EQ(Render(input, out), PF_Err_NONE);
+      EXPECT_EQ(host->ErrorMessage(), "");
       int outside = 0, changedInside = 0, shifted = 0, wrong = 0;
       for (int32_t y = 0; y < kH; ++y)
         for (int32_t x = 0; x < kW; ++x) {

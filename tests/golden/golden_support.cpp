@@ -1,5 +1,7 @@
 #include "golden_support.h"
 
+#include "ripple_effect.h"
+#include "test_host.h"
 #include "test_threads.h"
 
 #include <OpenImageIO/imagebuf.h>
@@ -11,6 +13,8 @@
 #include <memory>
 
 namespace tarvo::golden {
+
+using enum RippleEffect::ParamIndex;
 
 namespace {
 
@@ -51,7 +55,7 @@ std::vector<Case> MakeCases() {
   // untouched), waves of 5 pixels.
   const std::vector<Setting> base = {{kRadius, 30}, {kWaveHeight, 8}};
   // A ripple that covers the whole frame, for the pin modes and centres.
-  const std::vector<Setting> whole = {{kRadius, 50}, {kWaveHeight, 10}, {kAngularHeight, 3}};
+  const std::vector<Setting> whole = {{kRadius, 50}, {kWaveHeight, 10}, {kAngularWaveHeight, 3}};
 
   add("default-parameters", "Defaults", {});
 
@@ -73,14 +77,14 @@ std::vector<Case> MakeCases() {
   add("field-rotated-30", "Stretch 2 at 30", With(base, {{kStretch, 10}, {kStretchAngle, 120}}));
   add("field-rotated-30-squeeze", "Stretch 0.5 at 30", With(base, {{kStretch, -10}, {kStretchAngle, 120}}));
   // The angular wave turns one way unstretched and the other way stretched.
-  const std::vector<Setting> angular = {{kRadius, 30}, {kWaveHeight, 0}, {kAngularHeight, 6}};
+  const std::vector<Setting> angular = {{kRadius, 30}, {kWaveHeight, 0}, {kAngularWaveHeight, 6}};
   add("field-angular-circular", "Angular, circular", angular);
   add("field-angular-stretched", "Angular, stretch 1.2", With(angular, {{kStretch, 2}, {kStretchAngle, 90}}));
 
   const char* twirls[] = {"No Twirl", "Twirl", "Super Twirl", "Hyper Twirl"};
   for (int v = 1; v <= 4; ++v)
     add("twirl-" + Entry(v, twirls[v - 1]), twirls[v - 1],
-        {{kRadius, 30}, {kWaveHeight, 0}, {kAngularHeight, 4}, {kTwirl, double(v)}});
+        {{kRadius, 30}, {kWaveHeight, 0}, {kAngularWaveHeight, 4}, {kTwirl, double(v)}});
 
   const char* pins[] = {"No Pin",    "Pin Edges",  "Pin Center",  "Separator 4", "Pin Left",    "Pin Top",
                         "Pin Right", "Pin Bottom", "Separator 9", "Pin Horiz",   "Pin Vertical"};
@@ -176,15 +180,7 @@ bool Render(const Case& c, const host::Image& input, host::Image* out, std::stri
   h.SetParamsToDefaults();
   h.SetQuality(c.lowQuality ? PF_Quality_LO : PF_Quality_HI);
   h.SetTime(c.time, 1, 30);
-  for (const Setting& s : c.settings) {
-    PF_ParamDef& p = h.Param(s.param);
-    switch (p.param_type) {
-      case PF_Param_POPUP: p.u.pd.value = static_cast<int32_t>(s.shown); break;
-      case PF_Param_ANGLE: p.u.ad.value = ToFixed(s.shown); break;
-      case PF_Param_FIX_SLIDER: p.u.fd.value = ToFixed(s.shown); break;
-      default: *error = "parameter " + std::to_string(s.param) + " is not a slider, angle or popup"; return false;
-    }
-  }
+  for (const Setting& s : c.settings) host::SetShown(h, s.param, s.shown);
   if (c.centre) h.SetPointPixels(kCenter, ToFixed(c.centreX * input.width), ToFixed(c.centreY * input.height));
   *out = host::Image(input.width, input.height);
   const PF_Err err = h.Render(input, *out);

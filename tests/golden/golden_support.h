@@ -13,30 +13,10 @@
 
 namespace tarvo::golden {
 
-// Parameter indices as the effect declares them (0 is the input layer).
-enum Param {
-  kRadius = 1,
-  kCenter,
-  kWaveHeight,
-  kAngularHeight,
-  kWaveWidth,
-  kWaveForm,
-  kFrequency,
-  kIntensity,
-  kStretch,
-  kStretchAngle,
-  kTwirl,
-  kPinMode,
-  kAntialias,
-  kChaosBlend,
-  kChaos,
-  kPhase
-};
-
 // A value in the units the host's controls show: sliders and angles as
 // shown (16.16 by truncation toward zero), popups 1-based.
 struct Setting {
-  int param;
+  int param;  // RippleEffect's index
   double shown;
 };
 

@@ -44,7 +44,7 @@ class NoHostSends : public PluginTest {
 // bilinearly as Med does, a twirl does not twirl, a waveform is the sine and
 // a pin mode (the menu's separator lines included) pins nothing.
 TEST_F(NoHostSends, PopupsOutsideTheirMenus) {
-  Fixed(kAngularHeight, 10);  // so that twirl shows
+  Fixed(kAngularWaveHeight, 10);  // so that twirl shows
   struct Menu {
     int index;
     int32_t same;   // the choice an out-of-menu value renders as
@@ -55,7 +55,7 @@ TEST_F(NoHostSends, PopupsOutsideTheirMenus) {
   for (const Menu& m : menus) {
     SCOPED_TRACE(::testing::Message() << "popup " << m.index);
     host->SetParamsToDefaults();
-    Fixed(kAngularHeight, 10);
+    Fixed(kAngularWaveHeight, 10);
     Popup(m.index, m.same);
     const std::vector<uint8_t> same = RenderSafely(40, 30);
     Popup(m.index, m.other);
@@ -86,7 +86,7 @@ TEST_F(NoHostSends, PopupsOutsideTheirMenus) {
 TEST_F(NoHostSends, PinCenterOnFramesOfOneAndTwoPixels) {
   Fixed(kRadius, 100);
   Fixed(kWaveHeight, 25);
-  Fixed(kAngularHeight, 25);
+  Fixed(kAngularWaveHeight, 25);
   Popup(kIntensity, 3);
   for (const auto& [w, h] : std::vector<std::pair<int, int>>{{1, 1}, {1, 2}, {2, 1}, {2, 2}}) {
     SCOPED_TRACE(::testing::Message() << w << "x" << h);
@@ -109,7 +109,7 @@ TEST_F(NoHostSends, BoxesFarBeyondTheSamplersReach) {
   for (const PF_Fixed h : {25 * kOne, 1000 * kOne, INT32_MAX, INT32_MIN}) {
     SCOPED_TRACE(h);
     host->Param(kWaveHeight).u.fd.value = h;
-    host->Param(kAngularHeight).u.fd.value = h;
+    host->Param(kAngularWaveHeight).u.fd.value = h;
     const std::vector<uint8_t> first = RenderSafely(64, 48, 64 * 4 + 4);
     EXPECT_EQ(RenderSafely(64, 48, 64 * 4 + 4), first);
   }

@@ -11,15 +11,13 @@
 #include <string>
 #include <vector>
 
+#include "ripple_effect.h"
 #include "test_host.h"
 #include "test_threads.h"
 
 namespace tarvo::host {
 
-// Parameter indices as the module declares them.
-constexpr int kRadius = 1, kCenter = 2, kWaveHeight = 3, kAngularHeight = 4, kWaveWidth = 5, kWaveForm = 6,
-              kFrequency = 7, kIntensity = 8, kStretch = 9, kStretchAngle = 10, kTwirl = 11, kPinMode = 12,
-              kAntialias = 13, kChaosBlend = 14, kChaos = 15, kPhase = 16;
+using enum RippleEffect::ParamIndex;  // the indices the module declares
 constexpr PF_Fixed kOne = 65536;
 constexpr uint8_t kGuard = 0xEE;
 constexpr size_t kTail = 64;  // guard bytes after the last row

@@ -54,4 +54,17 @@ class TestHost : public Host {
   CallbackCounts counts_;
 };
 
+// Sets parameter index to a value as the host's controls show it: sliders and
+// angles in their units (16.16, truncated toward zero), popups 1-based.
+inline void SetShown(Host& host, int index, double shown) {
+  PF_ParamDef& p = host.Param(index);
+  const auto fixed = static_cast<PF_Fixed>(shown * 65536.0);
+  if (p.param_type == PF_Param_POPUP)
+    p.u.pd.value = static_cast<int32_t>(shown);
+  else if (p.param_type == PF_Param_ANGLE)
+    p.u.ad.value = fixed;
+  else
+    p.u.fd.value = fixed;
+}
+
 }  // namespace tarvo::host
