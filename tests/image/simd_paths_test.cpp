@@ -1,10 +1,8 @@
-// The area sampler's and the pinning's vector widths against each other:
-// every row sampled with AVX2 must give the bytes of the SSE2 loops and of
-// the one-pixel-at-a-time code, on random rows and on rows holding edge
-// values (boxes at the image's last row and column, at the eight-wide
-// path's limits of four rows and four columns, beyond the integer path, not
-// finite, signed zeros). Each width the processor has is compared with the
-// narrowest. Point sampling at every width: resample_test.
+// The area sampler's and the pinning's vector widths: every row sampled at
+// each width the processor has must give, pixel by pixel, the bytes of the
+// per-pixel sampler AreaSampleQuad, on random rows and on rows holding edge
+// values; pinned maps must be the same at every width. Point sampling at
+// every width: resample_test.
 #include <gtest/gtest.h>
 #include <string.h>
 
@@ -51,23 +49,20 @@ struct Image {
   }
 };
 
-// The row sampled at every width; fails at the first width (and pixel)
-// that differs from the one-pixel-at-a-time result.
-void ExpectSameAtEveryWidth(const Image& img, const std::vector<float>& upper, const std::vector<float>& lower) {
+// The row sampled at every width; fails at the first pixel that differs
+// from what AreaSampleQuad gives for its four corners.
+void ExpectQuadBytesAtEveryWidth(const PixelImage& image, const std::vector<float>& upper,
+                                 const std::vector<float>& lower) {
   const int count = static_cast<int>(upper.size() / 2) - 1;
-  std::vector<PF_Pixel> want;
   AtEachWidth([&](SimdLevel s) {
     std::vector<PF_Pixel> got(size_t(count), PF_Pixel{7, 7, 7, 7});
-    AreaSampleSpan(img.image, upper.data(), lower.data(), count, got.data());
-    if (want.empty()) {
-      want = got;
-      return;
-    }
+    AreaSampleSpan(image, upper.data(), lower.data(), count, got.data());
     for (int k = 0; k < count; ++k) {
-      ASSERT_EQ(memcmp(&want[size_t(k)], &got[size_t(k)], sizeof(PF_Pixel)), 0)
-          << "width " << static_cast<int>(s) << ", pixel " << k << ": corners (" << upper[2 * k] << ", "
-          << upper[2 * k + 1] << ") (" << upper[2 * k + 2] << ", " << upper[2 * k + 3] << ") (" << lower[2 * k] << ", "
-          << lower[2 * k + 1] << ") (" << lower[2 * k + 2] << ", " << lower[2 * k + 3] << ")";
+      const float *u = &upper[2 * size_t(k)], *l = &lower[2 * size_t(k)];
+      const PF_Pixel want = AreaSampleQuad(image, u, l);
+      ASSERT_EQ(memcmp(&want, &got[size_t(k)], sizeof(PF_Pixel)), 0)
+          << "width " << static_cast<int>(s) << ", pixel " << k << ": corners (" << u[0] << ", " << u[1] << ") ("
+          << u[2] << ", " << u[3] << ") (" << l[0] << ", " << l[1] << ") (" << l[2] << ", " << l[3] << ")";
     }
   });
 }
@@ -93,8 +88,7 @@ void Lines(std::mt19937& rng, int y, int x0, int count, float spread, bool quant
   }
 }
 
-TEST(SimdPaths, AreaRowsAreTheSameAtEveryWidthOnRandomBoxes) {
-  if (ActiveSimd() == SimdLevel::kScalar) GTEST_SKIP() << "no vector width here";
+TEST(SimdPaths, AreaRowsAreThePerPixelBytesAtEveryWidthOnRandomBoxes) {
   // Odd widths, padded rows, a one-pixel image; rows placed anywhere from
   // above the image to below it, so that groups straddle every edge.
   const Image imgs[] = {Image(61, 37, 0, 1), Image(13, 200, 3, 2), Image(300, 5, 1, 3), Image(1, 1, 0, 4),
@@ -107,7 +101,7 @@ TEST(SimdPaths, AreaRowsAreTheSameAtEveryWidthOnRandomBoxes) {
       for (const bool quantised : {true, false}) {
         for (int n = 0; n < 30; ++n) {
           Lines(rng, row(rng), col(rng), len(rng), spread, quantised, upper, lower);
-          ExpectSameAtEveryWidth(img, upper, lower);
+          ExpectQuadBytesAtEveryWidth(img.image, upper, lower);
           if (HasFatalFailure()) return;
         }
       }
@@ -115,36 +109,55 @@ TEST(SimdPaths, AreaRowsAreTheSameAtEveryWidthOnRandomBoxes) {
   }
 }
 
-TEST(SimdPaths, AreaRowsAreTheSameAtEveryWidthOnEdgeBoxes) {
-  if (ActiveSimd() == SimdLevel::kScalar) GTEST_SKIP() << "no vector width here";
+// The row sampler at every width against the per-pixel sampler on boxes
+// at the image's edges and corners, at 1/256 steps, at the eight-wide
+// path's limits of four rows and four columns, at the integer path's extent
+// and coordinate limit and beyond, not finite, signed zeros; each box put
+// into a row of eleven plain boxes at every position (so that it shares its
+// group of eight with boxes the eight-wide path takes), and once alone with
+// its corners in another order; over an image and over one without pixels.
+TEST(AreaSampleSpan, EveryWidthGivesThePerPixelBytesOnEdgeBoxes) {
   const Image img(40, 30, 2, 9);
+  const PixelImage none;
   const float inf = std::numeric_limits<float>::infinity(), nan = std::numeric_limits<float>::quiet_NaN();
-  // Boxes (top, left, bottom, right), each put into a row of eleven plain
-  // boxes at every position, so that it shares its group of eight with
-  // boxes the eight-wide path takes.
   const float boxes[][4] = {
+      // top, left, bottom, right
+      {2.25f, 3.25f, 2.75f, 3.75f},          // within one pixel
+      {0, 0, 30, 40},                        // the whole image
       {26, 36, 30, 40},                      // four rows and columns up to the last ones
       {25.5f, 35.5f, 29.5f, 39.5f},          // five rows and columns, cut
       {26, 36, 29.99f, 39.99f},              // four, the last cut
       {29, 36.5f, 30, 40},                   // the last row; columns to the right edge
       {28.2f, 36.7f, 29.9f, 39.9f},          // starting three columns before the edge
+      {29.5f, 39.5f, 31, 41},                // the bottom right corner, half outside
       {2, 3, 6 + 1.0f / 256, 4},             // five rows by a 1/256
       {2, 3, 3, 7 + 1.0f / 256},             // five columns by a 1/256
       {1.0f / 256, 0, 1 + 255.0f / 256, 1},  // weights of 255
-      {-0.5f, -0.5f, 0.5f, 0.5f},            // half outside
-      {-5, -5, -1, -1},                      // wholly outside
-      {3, 4, 3, 9},                          // no height
-      {-0.0f, -0.0f, 1, 1},                  // negative zeros
-      {0, 0, 128, 3},                        // beyond the integer path
-      {-16384.5f, 2, -16384, 3},             // beyond the edge limit
-      {-3e9f, 2, 3e9f, 3},                   // beyond the fixed-point range
-      {nan, 2, 3, 4},
-      {2, nan, 3, 4},  // not numbers
+      {5, 5 + 1.0f / 256, 6, 6 - 1.0f / 256},
+      {-0.5f, -0.5f, 0.5f, 0.5f},  // the top left corner, half outside
+      {-5, -5, -1, -1},            // wholly outside
+      {31, 41, 35, 45},
+      {0, 0, 0, 0},  // no extent, no height
+      {3, 4, 3, 9},
+      {-0.0f, -0.0f, 1, 1},  // negative zeros
+      {1e-40f, 1e-40f, 2, 2},
+      {0, 0, 127.99f, 3},  // either side of the integer path's extent
+      {0, 0, 128, 3},
+      {-16383.5f, 2, -16383, 3},  // at its coordinate limit and beyond
+      {-16384.5f, 2, -16384, 3},
+      {-3e9f, 2, 3e9f, 3},  // beyond the fixed-point range
+      {nan, 2, 3, 4},       // not numbers
+      {2, nan, 3, 4},
+      {2, 3, nan, 4},
       {-inf, 2, 3, 4},
       {2, 3, inf, inf},
   };
   const int kCount = 11;
   for (const auto& b : boxes) {
+    SCOPED_TRACE(::testing::Message() << "box " << b[0] << " " << b[1] << " " << b[2] << " " << b[3]);
+    // Alone, then again with its corners in another order.
+    ExpectQuadBytesAtEveryWidth(img.image, {b[0], b[1], b[0], b[3], b[2], b[3]}, {b[2], b[1], b[2], b[3], b[0], b[1]});
+    ExpectQuadBytesAtEveryWidth(none, {b[0], b[1], b[0], b[3], b[2], b[3]}, {b[2], b[1], b[2], b[3], b[0], b[1]});
     for (int at = 0; at < kCount; ++at) {
       std::vector<float> upper, lower;
       for (int k = 0; k <= kCount; ++k) {
@@ -160,15 +173,12 @@ TEST(SimdPaths, AreaRowsAreTheSameAtEveryWidthOnEdgeBoxes) {
       upper[2 * size_t(at) + 2] = b[0], upper[2 * size_t(at) + 3] = b[3];
       lower[2 * size_t(at)] = b[2], lower[2 * size_t(at) + 1] = b[1];
       lower[2 * size_t(at) + 2] = b[2], lower[2 * size_t(at) + 3] = b[3];
-      ExpectSameAtEveryWidth(img, upper, lower);
-      ASSERT_FALSE(HasFatalFailure()) << "box " << b[0] << " " << b[1] << " " << b[2] << " " << b[3] << " at " << at;
+      ExpectQuadBytesAtEveryWidth(img.image, upper, lower);
+      ASSERT_FALSE(HasFatalFailure()) << "at " << at;
     }
   }
 }
 
-// Bilinear rows through ResampleOutput at every width, each pixel also
-// against SampleMapPoint: points inside, on the last row and column, at
-// the edges exactly, outside and not finite.
 // Pinning at every width, every pin mode, bit for bit: points anywhere,
 // with signed zeros, NaN, infinities and huge values among them, rows
 // written over part of their columns.
