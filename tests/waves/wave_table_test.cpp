@@ -5,6 +5,8 @@
 #include <math.h>
 
 #include <algorithm>
+#include <array>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -25,60 +27,26 @@ WaveTable Built(uint32_t index) {
 // belongs to, truncation of the 16.16 values. Spectrum 5's values come from
 // a separate evaluation of its harmonic recipe in single precision.
 TEST(WaveTableShapes, EntriesAtThePieceBoundaries) {
-  struct Entry {
+  const struct {
     uint32_t shape;
-    int index;
-    int32_t value;
+    std::vector<std::array<int32_t, 2>> entries;  // index, 16.16 value
+  } shapes[] = {
+      {kSine, {{0, 0}, {90, 65536}, {180, 0}, {270, -65536}}},
+      {kTriangle, {{0, -65536}, {180, 65536}, {359, -64807}}},
+      {kSquare, {{0, 65536}, {180, 65536}, {181, -65536}, {359, -65536}}},
+      {kSawtooth, {{0, -65536}, {359, 65171}, {360, -65536}}},
+      {kCircle, {{0, 0}, {1, 9742}, {90, 65536}, {180, 0}, {181, -9742}}},
+      {kSemicircle, {{0, -65536}, {1, -51739}, {90, 47975}, {180, 65536}}},
+      {kUncircle, {{0, 65536}, {90, 0}, {180, 65536}, {181, -55793}, {270, 0}}},
+      {kHalfSine, {{0, -65536}, {1, -64392}, {90, 27145}, {180, 65536}}},
+      {RampPulse180, {{0, -65536}, {90, -32768}, {179, -364}, {180, 0}, {359, 0}}},
+      {RampPulse90, {{0, -65536}, {45, -32768}, {89, -728}, {90, 0}}},
+      {kSpectrum5, {{37, 39447}, {90, 51709}, {123, 44258}, {200, -28170}, {333, -34282}}},
   };
-  const Entry entries[] = {
-      {kSine, 0, 0},
-      {kSine, 90, 65536},
-      {kSine, 180, 0},
-      {kSine, 270, -65536},
-      {kTriangle, 0, -65536},
-      {kTriangle, 180, 65536},
-      {kTriangle, 359, -64807},
-      {kSquare, 0, 65536},
-      {kSquare, 180, 65536},
-      {kSquare, 181, -65536},
-      {kSquare, 359, -65536},
-      {kSawtooth, 0, -65536},
-      {kSawtooth, 359, 65171},
-      {kSawtooth, 360, -65536},
-      {kCircle, 0, 0},
-      {kCircle, 1, 9742},
-      {kCircle, 90, 65536},
-      {kCircle, 180, 0},
-      {kCircle, 181, -9742},
-      {kSemicircle, 0, -65536},
-      {kSemicircle, 1, -51739},
-      {kSemicircle, 90, 47975},
-      {kSemicircle, 180, 65536},
-      {kUncircle, 0, 65536},
-      {kUncircle, 90, 0},
-      {kUncircle, 180, 65536},
-      {kUncircle, 181, -55793},
-      {kUncircle, 270, 0},
-      {kHalfSine, 0, -65536},
-      {kHalfSine, 1, -64392},
-      {kHalfSine, 90, 27145},
-      {kHalfSine, 180, 65536},
-      {RampPulse180, 0, -65536},
-      {RampPulse180, 90, -32768},
-      {RampPulse180, 179, -364},
-      {RampPulse180, 180, 0},
-      {RampPulse180, 359, 0},
-      {RampPulse90, 0, -65536},
-      {RampPulse90, 45, -32768},
-      {RampPulse90, 89, -728},
-      {RampPulse90, 90, 0},
-      {kSpectrum5, 37, 39447},
-      {kSpectrum5, 90, 51709},
-      {kSpectrum5, 123, 44258},
-      {kSpectrum5, 200, -28170},
-      {kSpectrum5, 333, -34282},
-  };
-  for (const Entry& e : entries) EXPECT_EQ(Built(e.shape).entries[e.index], e.value) << e.shape << "@" << e.index;
+  for (const auto& s : shapes) {
+    const WaveTable t = Built(s.shape);
+    for (const auto& [index, value] : s.entries) EXPECT_EQ(t.entries[index], value) << s.shape << "@" << index;
+  }
 
   // The spectra are normalised so that none reaches full scale.
   const int32_t peaks[][2] = {{kSpectrum1, 56755}, {kSpectrum4, 48146}, {kSpectrum7, 45001}, {kSpectrum14, 42415}};
