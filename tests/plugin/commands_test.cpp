@@ -171,19 +171,12 @@ TEST_F(Commands, AllocationFailuresInParamsSetupStopTheListWithAMessage) {
   }
 }
 
-Image Filled(int32_t w, int32_t h, PF_Pixel p) {
-  Image img(w, h);
-  for (int32_t y = 0; y < h; ++y)
-    for (int32_t x = 0; x < w; ++x) img.At(y, x) = p;
-  return img;
-}
-
 // The render clears the output first (a transparent black input can only
 // render transparent black); a failed clear ends it with the output
 // untouched; each render builds and frees its own parameter objects.
 TEST_F(Commands, RenderClearsTheOutputFirstAndKeepsNothing) {
   ASSERT_EQ(ParamsSetup(), PF_Err_NONE);
-  Image output = Filled(24, 16, PF_Pixel{0xEE, 0xEE, 0xEE, 0xEE});
+  Image output = Guarded(24, 16);
   const Image before = output;
   const int64_t a0 = stats->allocCount;
   EXPECT_EQ(Render(Image(24, 16), output), PF_Err_NONE);
@@ -197,7 +190,7 @@ TEST_F(Commands, RenderClearsTheOutputFirstAndKeepsNothing) {
   output = before;
   host->Faults().fillError = PF_Err_OUT_OF_MEMORY;
   const int64_t a2 = stats->allocCount;
-  EXPECT_EQ(Render(Filled(24, 16, PF_Pixel{255, 1, 2, 3}), output), PF_Err_NONE);
+  EXPECT_EQ(Render(Pattern(24, 16), output), PF_Err_NONE);
   EXPECT_EQ(output.data, before.data);
   EXPECT_EQ(stats->allocCount, a2);
   EXPECT_EQ(host->ErrorMessage(), "");
