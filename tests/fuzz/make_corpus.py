@@ -44,7 +44,18 @@ cases = {
     "downsample_and_frame": SETUP + op(DOWNSAMPLE, "iIiI", 1, 0, 0, 0) + render(20, 10)
     + op(DOWNSAMPLE, "iIiI", 1, 2, -1, 3) + op(FRAME, "ii", 41, 7) + render(20, 10),
     "times": SETUP + param(FREQ, 5 * FIX) + op(TIME, "iiIi", I32_MIN, 0, 30, 0) + render(24, 24)
-    + op(TIME, "iiIi", I32_MIN, -1, 0, I32_MAX) + render(24, 24) + op(TIME, "iiIi", I32_MAX, 1, 1, 1) + render(24, 24),
+    + op(TIME, "iiIi", I32_MIN, -1, 0, I32_MAX) + render(24, 24) + op(TIME, "iiIi", I32_MAX, 1, 1, 1) + render(24, 24)
+    + op(TIME, "iiIi", I32_MIN, I32_MAX, 2**32 - 1, 0) + render(24, 24),
+    # Boxes far beyond the area sampler's reach.
+    "huge_boxes": SETUP + param(ANTIALIAS, 1) + op(QUALITY, "i", 1) + param(INTENSITY, 3)
+    + b"".join(param(HEIGHT, h) + param(ANGULAR, h) + render(64, 48, 4) for h in (25 * FIX, 1000 * FIX, I32_MAX, I32_MIN)),
+    # Values that make infinities or NaNs inside the render.
+    "infinities_and_nans": SETUP + param(WIDTH, 0) + param(INTENSITY, 3) + render(40, 30, 8)
+    + op(DEFAULTS) + param(STRETCH, -100 * FIX) + render(40, 30, 8)
+    + op(DEFAULTS) + param(RADIUS, 0) + render(40, 30, 8)
+    + op(DEFAULTS) + param(FREQ, 3 * FIX) + op(TIME, "iiIi", 500, 100, 0, 0) + render(40, 30, 8)
+    + op(DEFAULTS) + op(TIME, "iiIi", 0, 1, 30, 0) + param(CENTER, I32_MIN, I32_MAX) + render(40, 30, 8)
+    + op(DEFAULTS) + op(DOWNSAMPLE, "iIiI", 0, 0, 0, 0) + op(FRAME, "ii", 40, 30) + render(40, 30, 8),
     "popups_and_pin_center": SETUP + param(WAVEFORM, 0) + param(INTENSITY, 4) + param(TWIRL, -1)
     + param(PIN, 3) + render(1, 1) + render(2, 1) + param(PIN, 256) + param(WAVEFORM, 25) + render(2, 2, 7),
     "extremes_fields": SETUP + param(HEIGHT, I32_MAX) + param(ANGULAR, I32_MIN) + param(ANTIALIAS, 1)

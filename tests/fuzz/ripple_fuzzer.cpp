@@ -30,7 +30,8 @@
 // What must hold: main answers 0; no plug-in block and no host world
 // outlives a call; the only message is "Memory Allocation Failure!", and
 // only when an allocation failed; a render never touches its input, puts
-// nothing but the input's own padding into the output's row padding, and
+// nothing but the input's own padding into the output's row padding,
+// writes nothing past the output's last row, and
 // after a failed fill leaves the output alone; a render that reported a
 // failed allocation, or met a stop, leaves transparent black. A failure it
 // does not report either wrapped no image (transparent black) or denied the
@@ -67,6 +68,7 @@ constexpr int32_t kMaxSide = 300;
 // constant per pixel.
 constexpr int64_t kPixelBudget = 4 * kMaxSide * kMaxSide;
 constexpr uint8_t kGuard = 0xA5;
+constexpr size_t kTail = 64;
 
 Module* g_module = nullptr;
 
@@ -116,7 +118,8 @@ bool AllPixelsZero(const Image& img) {
 }
 
 // A whole-row copy carries the source row's padding along (it copies the
-// row's stride); nothing else may reach the padding.
+// row's stride); nothing else may reach the padding or the guard bytes
+// after the last row.
 bool PaddingIntact(const Image& out, const Image& in) {
   for (int32_t y = 0; y < out.height; ++y) {
     const uint8_t* row = reinterpret_cast<const uint8_t*>(out.Row(y));
@@ -124,7 +127,15 @@ bool PaddingIntact(const Image& out, const Image& in) {
     for (int32_t i = out.width * 4; i < out.rowbytes; ++i)
       if (row[i] != kGuard && row[i] != src[i]) return false;
   }
-  return true;
+  return std::all_of(out.data.begin() + int64_t{out.rowbytes} * out.height, out.data.end(),
+                     [](uint8_t b) { return b == kGuard; });
+}
+
+// An output whose every byte, kTail bytes past its last row included, is kGuard.
+Image Guarded(int32_t w, int32_t h, int32_t rowbytes) {
+  Image img(w, h, rowbytes);
+  img.data.assign(img.data.size() + kTail, kGuard);
+  return img;
 }
 
 void SetParam(Host& host, int index, int32_t a, int32_t b) {
@@ -229,8 +240,7 @@ void RunOne(const uint8_t* data, size_t size) {
         if (static_cast<int64_t>(w) * h > budget) break;
         budget -= static_cast<int64_t>(w) * h;
         const Image input = Pattern(w, h, rowbytes, seed);
-        Image output(w, h, rowbytes);
-        std::fill(output.data.begin(), output.data.end(), kGuard);
+        Image output = Guarded(w, h, rowbytes);
         const auto inputBefore = input.data;
         const tarvo::host::FaultPlan& f = host.Faults();
         const int progressBefore = host.Counts().progress;
@@ -250,8 +260,7 @@ void RunOne(const uint8_t* data, size_t size) {
         } else if (allocFailed && !stopped && !stopPending && !AllPixelsZero(output) &&
                    static_cast<int64_t>(w) * h <= budget) {
           budget -= static_cast<int64_t>(w) * h;
-          Image again(w, h, rowbytes);
-          std::fill(again.data.begin(), again.data.end(), kGuard);
+          Image again = Guarded(w, h, rowbytes);
           call([&] { return host.Render(input, again); });
           if (again.data != output.data) Fail("an unreported failed allocation changed the picture", command, w, h);
         }
