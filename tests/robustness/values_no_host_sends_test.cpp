@@ -1,7 +1,7 @@
 // Values no host sends, through the module's "main", where a behaviour is
 // chosen and the pixels show it: popups outside their menus, Pin Center on
 // frames of one or two pixels, host worlds outside the pixel model, unusual
-// quality and field values. Every render must also stay inside the host's
+// field values. Every render must also stay inside the host's
 // buffers (guard bytes after the last row and in every row's padding), keep
 // its input intact, leave no block behind and say nothing. Values that only
 // must not do harm (boxes far beyond the area sampler's reach, infinities
@@ -116,20 +116,9 @@ TEST_F(NoHostSends, HostWorldsBeyondThePixelModelAreClearedAndLeftAlone) {
   EXPECT_FALSE(AllTransparentBlack(out)) << "the largest frame the model holds renders";
 }
 
-// Only the host's high quality (1) renders at high quality; the field mode
-// is not read.
-TEST_F(NoHostSends, QualityFieldAndProgressAnswers) {
-  Popup(kAntialias, 1);
-  host->SetQuality(PF_Quality_HI);
-  const std::vector<uint8_t> high = RenderSafely(40, 30);
-  host->SetQuality(PF_Quality_LO);
-  const std::vector<uint8_t> low = RenderSafely(40, 30);
-  ASSERT_NE(low, high);
-  for (PF_Quality q : {2, 7, -1, INT32_MIN}) {
-    host->SetQuality(q);
-    EXPECT_EQ(RenderSafely(40, 30), low) << "quality " << q;
-  }
-  host->SetQuality(PF_Quality_HI);
+// The field mode is not read: fields render as whole frames. (Quality
+// values outside the host's two: HostTiming.)
+TEST_F(NoHostSends, FieldValuesRenderAsWholeFrames) {
   const std::vector<uint8_t> frame = RenderSafely(40, 31);
   for (PF_Field f : {PF_Field{PF_Field_UPPER}, PF_Field{PF_Field_LOWER}, PF_Field{99}}) {
     host->InData().field = f;
