@@ -46,13 +46,17 @@
 #include <memory>
 #include <string>
 
+#include "guarded_image.h"
 #include "test_host.h"
 #include "test_threads.h"
 
 namespace {
 
+using tarvo::host::AllTransparentBlack;
+using tarvo::host::Guarded;
 using tarvo::host::Host;
 using tarvo::host::Image;
+using tarvo::host::kGuard;
 using tarvo::host::Module;
 using tarvo::host::ModuleAllocStats;
 using tarvo::host::RequestTestThreads;
@@ -67,8 +71,6 @@ constexpr int32_t kMaxSide = 300;
 // read from summed-area tables, so even the widest ripples cost about a
 // constant per pixel.
 constexpr int64_t kPixelBudget = 4 * kMaxSide * kMaxSide;
-constexpr uint8_t kGuard = 0xA5;
-constexpr size_t kTail = 64;
 
 Module* g_module = nullptr;
 
@@ -108,15 +110,6 @@ Image Pattern(int32_t w, int32_t h, int32_t rowbytes, uint8_t seed) {
   return img;
 }
 
-bool AllPixelsZero(const Image& img) {
-  for (int32_t y = 0; y < img.height; ++y) {
-    const uint8_t* row = reinterpret_cast<const uint8_t*>(img.Row(y));
-    for (int32_t i = 0; i < img.width * 4; ++i)
-      if (row[i]) return false;
-  }
-  return true;
-}
-
 // A whole-row copy carries the source row's padding along (it copies the
 // row's stride); nothing else may reach the padding or the guard bytes
 // after the last row.
@@ -129,13 +122,6 @@ bool PaddingIntact(const Image& out, const Image& in) {
   }
   return std::all_of(out.data.begin() + int64_t{out.rowbytes} * out.height, out.data.end(),
                      [](uint8_t b) { return b == kGuard; });
-}
-
-// An output whose every byte, kTail bytes past its last row included, is kGuard.
-Image Guarded(int32_t w, int32_t h, int32_t rowbytes) {
-  Image img(w, h, rowbytes);
-  img.data.assign(img.data.size() + kTail, kGuard);
-  return img;
 }
 
 void SetParam(Host& host, int index, int32_t a, int32_t b) {
@@ -255,9 +241,9 @@ void RunOne(const uint8_t* data, size_t size) {
         if (f.fillError != 0) {
           for (uint8_t b : output.data)
             if (b != kGuard) Fail("render went on after a failed fill", command, w, h);
-        } else if (((allocFailed && reported) || stopped) && !AllPixelsZero(output)) {
+        } else if (((allocFailed && reported) || stopped) && !AllTransparentBlack(output)) {
           Fail(stopped ? "stop left pixels" : "failed allocation left pixels", command, w, h);
-        } else if (allocFailed && !stopped && !stopPending && !AllPixelsZero(output) &&
+        } else if (allocFailed && !stopped && !stopPending && !AllTransparentBlack(output) &&
                    static_cast<int64_t>(w) * h <= budget) {
           budget -= static_cast<int64_t>(w) * h;
           Image again = Guarded(w, h, rowbytes);

@@ -1,16 +1,15 @@
 // Drives the built module through its exported entry point with the host
 // library, and checks after every call that the plug-in gave back every heap
-// block it took. With the images the module tests render: patterns, guard
-// bytes in row padding and after the last row, and what to compare.
+// block it took.
 #pragma once
 
 #include <gtest/gtest.h>
-#include <string.h>
 
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "guarded_image.h"
 #include "ripple_effect.h"
 #include "test_host.h"
 #include "test_threads.h"
@@ -19,17 +18,6 @@ namespace tarvo::host {
 
 using enum RippleEffect::ParamIndex;  // the indices the module declares
 constexpr PF_Fixed kOne = 65536;
-constexpr uint8_t kGuard = 0xEE;
-constexpr size_t kTail = 64;  // guard bytes after the last row
-
-// An image whose every byte is kGuard, its buffer running kTail bytes past
-// its last row.
-inline Image Guarded(int w, int h, int rowbytes = 0) {
-  Image img(w, h, rowbytes);
-  img.data.resize(img.data.size() + kTail);
-  memset(img.data.data(), kGuard, img.data.size());
-  return img;
-}
 // A guarded image with a pattern of distinct pixels.
 inline Image Pattern(int w, int h, int rowbytes = 0) {
   Image img = Guarded(w, h, rowbytes);
@@ -39,31 +27,6 @@ inline Image Pattern(int w, int h, int rowbytes = 0) {
                               static_cast<uint8_t>(y * 5), static_cast<uint8_t>((x ^ y) * 3)};
   return img;
 }
-inline bool GuardsIntact(const Image& img) {
-  for (int y = 0; y < img.height; ++y) {
-    const uint8_t* row = reinterpret_cast<const uint8_t*>(img.Row(y));
-    for (int i = img.width * 4; i < img.rowbytes; ++i)
-      if (row[i] != kGuard) return false;
-  }
-  for (size_t i = static_cast<size_t>(img.rowbytes) * static_cast<size_t>(img.height); i < img.data.size(); ++i)
-    if (img.data[i] != kGuard) return false;
-  return true;
-}
-// The pixels only, without padding or guards.
-inline std::vector<uint8_t> Pixels(const Image& img) {
-  std::vector<uint8_t> v;
-  for (int y = 0; y < img.height; ++y) {
-    const uint8_t* row = reinterpret_cast<const uint8_t*>(img.Row(y));
-    v.insert(v.end(), row, row + img.width * 4);
-  }
-  return v;
-}
-inline bool AllTransparentBlack(const Image& img) {
-  for (uint8_t b : Pixels(img))
-    if (b) return false;
-  return true;
-}
-
 class PluginTest : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
