@@ -149,11 +149,17 @@ TARVO_AVX2 inline void Twirl(const FieldKernel& k, __m256 d, const __m256d angul
   }
 }
 
-// angular × f to the power twirl + 1.
-TARVO_AVX2 inline __m256d FadeAngular(const FieldKernel& k, __m256d angular, __m256d f) {
-  angular = _mm256_mul_pd(angular, f);
-  for (int32_t level = 0; level < k.twirl; ++level) angular = _mm256_mul_pd(angular, f);
-  return angular;
+// FieldKernel::Fade for four entries, in the lanes of mask: radial × f and
+// angular × f to the power twirl + 1, f = (limit − at) / (limit − inner);
+// clampFade raises a negative f to 0.
+TARVO_AVX2 inline void Fade(const FieldKernel& k, __m256d mask, __m256d limit, __m256d at, __m256d inner,
+                            bool clampFade, __m256d& radial, __m256d& angular) {
+  __m256d f = _mm256_div_pd(_mm256_sub_pd(limit, at), _mm256_sub_pd(limit, inner));
+  if (clampFade) f = _mm256_andnot_pd(_mm256_cmp_pd(f, _mm256_setzero_pd(), _CMP_LT_OQ), f);
+  __m256d faded = _mm256_mul_pd(angular, f);
+  for (int32_t level = 0; level < k.twirl; ++level) faded = _mm256_mul_pd(faded, f);
+  radial = Select(mask, _mm256_mul_pd(radial, f), radial);
+  angular = Select(mask, faded, angular);
 }
 
 // Eight Circular entries at x, x + 1, ..., x + 7 (x > 0, y > 0).
@@ -181,23 +187,18 @@ TARVO_AVX2 bool CircularEight(const FieldKernel& k, float y, double yy, float x,
 
   const __m256 fades = _mm256_cmp_ps(d, _mm256_set1_ps(k.radiusF), _CMP_GT_OQ);
   const bool anyFade = _mm256_movemask_ps(fades) != 0;
+  const __m256d outer = _mm256_set1_pd(k.outer), radius = _mm256_set1_pd(k.radius);
   __m256d radial[2], angular[2];
   bool anyAngular = false;
   for (int h = 0; h < 2; ++h) {
     const __m256d wd = h == 0 ? Lo(w) : Hi(w);
-    __m256d rad = _mm256_mul_pd(_mm256_set1_pd(k.waveHeight), wd);
-    __m256d ang = _mm256_xor_pd(_mm256_mul_pd(_mm256_set1_pd(k.angularHeight), wd), _mm256_set1_pd(-0.0));
+    radial[h] = _mm256_mul_pd(_mm256_set1_pd(k.waveHeight), wd);
+    angular[h] = _mm256_xor_pd(_mm256_mul_pd(_mm256_set1_pd(k.angularHeight), wd), _mm256_set1_pd(-0.0));
     if (anyFade) {
-      const __m256d dd = h == 0 ? Lo(d) : Hi(d);
-      const __m256d fadeMask = h == 0 ? LoMask(fades) : HiMask(fades);
-      __m256d f = _mm256_div_pd(_mm256_sub_pd(_mm256_set1_pd(k.outer), dd), _mm256_set1_pd(k.outer - k.radius));
-      f = _mm256_andnot_pd(_mm256_cmp_pd(f, _mm256_setzero_pd(), _CMP_LT_OQ), f);  // a negative fade is 0
-      rad = Select(fadeMask, _mm256_mul_pd(rad, f), rad);
-      ang = Select(fadeMask, FadeAngular(k, ang, f), ang);
+      Fade(k, h == 0 ? LoMask(fades) : HiMask(fades), outer, h == 0 ? Lo(d) : Hi(d), radius, true, radial[h],
+           angular[h]);
     }
-    radial[h] = rad;
-    angular[h] = ang;
-    anyAngular |= _mm256_movemask_pd(_mm256_cmp_pd(ang, _mm256_setzero_pd(), _CMP_NEQ_UQ)) != 0;
+    anyAngular |= _mm256_movemask_pd(_mm256_cmp_pd(angular[h], _mm256_setzero_pd(), _CMP_NEQ_UQ)) != 0;
   }
   __m256d turned[2];
   Twirl(k, d, angular, anyAngular, turned);
@@ -274,20 +275,13 @@ TARVO_AVX2 bool StretchedEight(const FieldKernel& k, __m256 d, __m256 a, bool cl
   bool anyAngular = false;
   for (int h = 0; h < 2; ++h) {
     const __m256d wd = h == 0 ? Lo(w) : Hi(w);
-    __m256d rad = _mm256_mul_pd(_mm256_mul_pd(_mm256_set1_pd(k.waveHeight), wd), kk[h]);
-    __m256d ang = _mm256_mul_pd(_mm256_set1_pd(k.angularHeight), wd);
+    radial[h] = _mm256_mul_pd(_mm256_mul_pd(_mm256_set1_pd(k.waveHeight), wd), kk[h]);
+    angular[h] = _mm256_mul_pd(_mm256_set1_pd(k.angularHeight), wd);
     const __m256d rr = _mm256_mul_pd(_mm256_set1_pd(k.radius), kk[h]);
     const __m256d fades = _mm256_cmp_pd(e[h], rr, _CMP_GT_OQ);
-    if (_mm256_movemask_pd(fades) != 0) {
-      __m256d f = _mm256_div_pd(_mm256_sub_pd(limit[h], e[h]), _mm256_sub_pd(limit[h], rr));
-      if (clampFade) f = _mm256_andnot_pd(_mm256_cmp_pd(f, _mm256_setzero_pd(), _CMP_LT_OQ), f);
-      rad = Select(fades, _mm256_mul_pd(rad, f), rad);
-      ang = Select(fades, FadeAngular(k, ang, f), ang);
-    }
-    radial[h] = rad;
-    angular[h] = ang;
-    anyAngular |= _mm256_movemask_pd(_mm256_andnot_pd(cut[h], _mm256_cmp_pd(ang, _mm256_setzero_pd(), _CMP_NEQ_UQ))) !=
-                  0;
+    if (_mm256_movemask_pd(fades) != 0) Fade(k, fades, limit[h], e[h], rr, clampFade, radial[h], angular[h]);
+    anyAngular |= _mm256_movemask_pd(
+                      _mm256_andnot_pd(cut[h], _mm256_cmp_pd(angular[h], _mm256_setzero_pd(), _CMP_NEQ_UQ))) != 0;
   }
   __m256d turned[2];
   Twirl(k, d, angular, anyAngular, turned);

@@ -30,11 +30,16 @@ struct FieldKernel {
   int32_t angle;
   int32_t twirl;
 
-  // angular × f to the power twirl + 1.
-  double FadeAngular(double angular, double f) const {
+  // The fade at position `at` (a distance, scaled in the stretched
+  // branches) past `inner`, to nothing at `limit`: radial × f and angular ×
+  // f to the power twirl + 1, f = (limit − at) / (limit − inner);
+  // clampFade raises a negative f to 0.
+  void Fade(double limit, double at, double inner, bool clampFade, double& radial, double& angular) const {
+    double f = (limit - at) / (limit - inner);
+    if (clampFade && f < 0.0) f = 0.0;
+    radial *= f;
     angular *= f;
     for (int32_t k = 0; k < twirl; ++k) angular *= f;
-    return angular;
   }
 
   // The angular part in degrees by twirl level.
@@ -57,12 +62,7 @@ struct FieldKernel {
     const float w = ReadWave(static_cast<float>(d * degreesPerPixel + phase), wave);
     double radial = waveHeight * w;
     double angular = -(angularHeight * w);  // this branch swirls the other way
-    if (d > radiusF) {
-      double f = (outer - d) / (outer - radius);
-      if (f < 0.0) f = 0.0;
-      radial *= f;
-      angular = FadeAngular(angular, f);
-    }
+    if (d > radiusF) Fade(outer, d, radius, true, radial, angular);
     return {static_cast<float>(radial), static_cast<float>(Twirl(angular, d))};
   }
 
@@ -81,12 +81,7 @@ struct FieldKernel {
     double radial = waveHeight * w * k;
     double angular = angularHeight * w;
     const double r = radius * k;
-    if (e > r) {
-      double f = (limit - e) / (limit - r);
-      if (clampFade && f < 0.0) f = 0.0;
-      radial *= f;
-      angular = FadeAngular(angular, f);
-    }
+    if (e > r) Fade(limit, e, r, clampFade, radial, angular);
     return {static_cast<float>(radial), static_cast<float>(Twirl(angular, d))};
   }
 

@@ -97,29 +97,42 @@ inline __m128d Select(__m128d mask, __m128d yes, __m128d no) {
   return _mm_or_pd(_mm_and_pd(mask, yes), _mm_andnot_pd(mask, no));
 }
 
-// angular × f to the power twirl + 1.
-inline __m128d FadeAngular(const FieldKernel& k, __m128d angular, __m128d f) {
-  angular = _mm_mul_pd(angular, f);
-  for (int32_t level = 0; level < k.twirl; ++level) angular = _mm_mul_pd(angular, f);
-  return angular;
+// FieldKernel::Fade for two entries, in the lanes of mask: radial × f and
+// angular × f to the power twirl + 1, f = (limit − at) / (limit − inner);
+// clampFade raises a negative f to 0.
+inline void Fade(const FieldKernel& k, __m128d mask, __m128d limit, __m128d at, __m128d inner, bool clampFade,
+                 __m128d& radial, __m128d& angular) {
+  __m128d f = _mm_div_pd(_mm_sub_pd(limit, at), _mm_sub_pd(limit, inner));
+  if (clampFade) f = _mm_andnot_pd(_mm_cmplt_pd(f, _mm_setzero_pd()), f);
+  __m128d faded = _mm_mul_pd(angular, f);
+  for (int32_t level = 0; level < k.twirl; ++level) faded = _mm_mul_pd(faded, f);
+  radial = Select(mask, _mm_mul_pd(radial, f), radial);
+  angular = Select(mask, faded, angular);
 }
 
-// The angular displacement of two entries at distances dd, in degrees as the
-// twirl makes it: no twirl divides radians by the distance (a zero stays the
-// same zero, within 0.1 of the centre it is 0: near is then clear), the
-// others scale by the twirl and grow with the distance.
-inline __m128d Twirl(const FieldKernel& k, __m128d angular, __m128d dd, __m128d near, bool anyAngular) {
+// FieldKernel::Twirl for four entries at distances d, in two pairs: no
+// twirl divides radians by the distance (a zero stays the same zero, within
+// 0.1 of the centre it is 0), the others scale by the twirl and grow with
+// the distance. anyAngular: whether any angular part is not 0.
+inline void Twirl(const FieldKernel& k, __m128 d, const __m128d angular[2], bool anyAngular, __m128d turned[2]) {
   const __m128d ts = _mm_set1_pd(k.twirlScale);
-  switch (k.twirl) {
-    case 0: {
-      const __m128d v = anyAngular ? _mm_div_pd(_mm_mul_pd(angular, _mm_set1_pd(kDegreesPerRadian)), dd) : angular;
-      return _mm_and_pd(near, v);
-    }
-    case 1: return _mm_mul_pd(angular, ts);
-    case 2: return _mm_mul_pd(_mm_mul_pd(angular, ts), _mm_mul_pd(_mm_set1_pd(k.twirlGrowth), dd));
-    default: {
-      const __m128d g = _mm_mul_pd(_mm_set1_pd(k.twirlGrowth), dd);
-      return _mm_mul_pd(_mm_mul_pd(angular, ts), _mm_mul_pd(g, g));
+  const __m128 near = _mm_cmpgt_ps(d, _mm_set1_ps(0.1f));
+  for (int h = 0; h < 2; ++h) {
+    const __m128d dd = h == 0 ? Low(d) : High(d);
+    switch (k.twirl) {
+      case 0: {
+        const __m128d v = anyAngular ? _mm_div_pd(_mm_mul_pd(angular[h], _mm_set1_pd(kDegreesPerRadian)), dd)
+                                     : angular[h];
+        turned[h] = _mm_and_pd(h == 0 ? LowMask(near) : HighMask(near), v);
+        break;
+      }
+      case 1: turned[h] = _mm_mul_pd(angular[h], ts); break;
+      case 2: turned[h] = _mm_mul_pd(_mm_mul_pd(angular[h], ts), _mm_mul_pd(_mm_set1_pd(k.twirlGrowth), dd)); break;
+      default: {
+        const __m128d g = _mm_mul_pd(_mm_set1_pd(k.twirlGrowth), dd);
+        turned[h] = _mm_mul_pd(_mm_mul_pd(angular[h], ts), _mm_mul_pd(g, g));
+        break;
+      }
     }
   }
 }
@@ -158,31 +171,19 @@ bool CircularFour(const FieldKernel& k, float y, double yy, float x, Polar* pola
 
   // Circular(d) in two pairs of lanes.
   const __m128 fades = _mm_cmpgt_ps(d, _mm_set1_ps(k.radiusF));
-  const __m128 nearCentre = _mm_cmpgt_ps(d, _mm_set1_ps(0.1f));
-  const __m128d fadeMasks[2] = {LowMask(fades), HighMask(fades)};
-  const __m128d nearMasks[2] = {LowMask(nearCentre), HighMask(nearCentre)};
+  const __m128d outer = _mm_set1_pd(k.outer), radius = _mm_set1_pd(k.radius);
   __m128d radial[2], angular[2];
   bool anyAngular = false;
   for (int h = 0; h < 2; ++h) {
     const __m128d wd = h == 0 ? Low(w) : High(w);
     const __m128d dd = h == 0 ? Low(d) : High(d);
-    const __m128d fadeMask = fadeMasks[h];
-    __m128d rad = _mm_mul_pd(_mm_set1_pd(k.waveHeight), wd);
-    __m128d ang = _mm_xor_pd(_mm_mul_pd(_mm_set1_pd(k.angularHeight), wd), _mm_set1_pd(-0.0));
-    __m128d f = _mm_div_pd(_mm_sub_pd(_mm_set1_pd(k.outer), dd), _mm_set1_pd(k.outer - k.radius));
-    f = _mm_andnot_pd(_mm_cmplt_pd(f, _mm_setzero_pd()), f);  // a negative fade is 0
-    rad = Select(fadeMask, _mm_mul_pd(rad, f), rad);
-    ang = Select(fadeMask, FadeAngular(k, ang, f), ang);
-    radial[h] = rad;
-    angular[h] = ang;
-    anyAngular |= _mm_movemask_pd(_mm_cmpneq_pd(ang, _mm_setzero_pd())) != 0;
+    radial[h] = _mm_mul_pd(_mm_set1_pd(k.waveHeight), wd);
+    angular[h] = _mm_xor_pd(_mm_mul_pd(_mm_set1_pd(k.angularHeight), wd), _mm_set1_pd(-0.0));
+    Fade(k, h == 0 ? LowMask(fades) : HighMask(fades), outer, dd, radius, true, radial[h], angular[h]);
+    anyAngular |= _mm_movemask_pd(_mm_cmpneq_pd(angular[h], _mm_setzero_pd())) != 0;
   }
-  // Twirl conversion.
   __m128d turned[2];
-  for (int h = 0; h < 2; ++h) {
-    const __m128d dd = h == 0 ? Low(d) : High(d);
-    turned[h] = Twirl(k, angular[h], dd, nearMasks[h], anyAngular);
-  }
+  Twirl(k, d, angular, anyAngular, turned);
   const __m128 radialF = Narrow(radial[0], radial[1]);
   const __m128 turnedF = Narrow(turned[0], turned[1]);
   float* pf = &polar[0].distance;
@@ -277,28 +278,19 @@ bool StretchedFour(const FieldKernel& k, __m128 d, __m128 a, bool clampFade, Dis
   if (_mm_movemask_ps(pInside) != 15) return false;
   const __m128 w = ReadReduced4(k.wave, _mm_cvttps_epi32(_mm_mul_ps(p, _mm_set1_ps(65536.0f))));
 
-  const __m128 nearCentre = _mm_cmpgt_ps(d, _mm_set1_ps(0.1f));
-  const __m128d nearMasks[2] = {LowMask(nearCentre), HighMask(nearCentre)};
   __m128d radial[2], angular[2];
   bool anyAngular = false;
   for (int h = 0; h < 2; ++h) {
     const __m128d wd = h == 0 ? Low(w) : High(w);
-    __m128d rad = _mm_mul_pd(_mm_mul_pd(_mm_set1_pd(k.waveHeight), wd), kk[h]);
-    __m128d ang = _mm_mul_pd(_mm_set1_pd(k.angularHeight), wd);
+    radial[h] = _mm_mul_pd(_mm_mul_pd(_mm_set1_pd(k.waveHeight), wd), kk[h]);
+    angular[h] = _mm_mul_pd(_mm_set1_pd(k.angularHeight), wd);
     const __m128d rr = _mm_mul_pd(_mm_set1_pd(k.radius), kk[h]);
-    const __m128d fades = _mm_cmpgt_pd(e[h], rr);
-    __m128d f = _mm_div_pd(_mm_sub_pd(limit[h], e[h]), _mm_sub_pd(limit[h], rr));
-    if (clampFade) f = _mm_andnot_pd(_mm_cmplt_pd(f, _mm_setzero_pd()), f);
-    rad = Select(fades, _mm_mul_pd(rad, f), rad);
-    ang = Select(fades, FadeAngular(k, ang, f), ang);
-    radial[h] = rad;
-    angular[h] = ang;
-    anyAngular |= _mm_movemask_pd(_mm_andnot_pd(cut[h], _mm_cmpneq_pd(ang, _mm_setzero_pd()))) != 0;
+    Fade(k, _mm_cmpgt_pd(e[h], rr), limit[h], e[h], rr, clampFade, radial[h], angular[h]);
+    anyAngular |= _mm_movemask_pd(_mm_andnot_pd(cut[h], _mm_cmpneq_pd(angular[h], _mm_setzero_pd()))) != 0;
   }
   __m128d turned[2];
+  Twirl(k, d, angular, anyAngular, turned);
   for (int h = 0; h < 2; ++h) {
-    const __m128d dd = h == 0 ? Low(d) : High(d);
-    turned[h] = Twirl(k, angular[h], dd, nearMasks[h], anyAngular);
     // Cut-off entries: both parts exactly 0.
     radial[h] = _mm_andnot_pd(cut[h], radial[h]);
     turned[h] = _mm_andnot_pd(cut[h], turned[h]);
