@@ -18,21 +18,6 @@ namespace tarvo {
 
 namespace {
 
-#ifdef TARVO_SSE2_PATHS
-// Entries of at most 2^16 in magnitude interpolate exactly in single
-// precision (every product and sum an integer of at most 2^24).
-bool FitsSingle(const int32_t* entries, int n) {
-  for (int k = 0; k < n; ++k)
-    if (entries[k] > 65536 || entries[k] < -65536) return false;
-  return true;
-}
-
-bool TablesFitSingle(const WaveTable& wave) {
-  return FitsSingle(wave.entries, WaveTable::kEntries) && FitsSingle(g_arcTanTable.entries, ArcTanTable::kEntries);
-}
-
-#endif
-
 // √radicand truncated, no more than limit; a negative radicand gives 0.
 int32_t RowLength(double radicand, int32_t limit) {
   if (radicand < 0.0) return 0;
@@ -43,11 +28,7 @@ int32_t RowLength(double radicand, int32_t limit) {
 
 void RippleRenderer::ComputeField() {
   const FieldBranch branch = Branch();
-#ifdef TARVO_SSE2_PATHS
-  // The vector paths need tables that interpolate exactly in single
-  // precision.
-  fieldSimd = TablesFitSingle(*wave) ? setup->simd : SimdLevel::kScalar;
-#endif
+  fieldSimd = FieldSimd(setup->simd, *wave);
   // The host is asked before each band (one row a band on one thread).
   // Rows write only their own entries; the tables are read-only by now.
   auto rows = [&](int32_t begin, int32_t end) {

@@ -36,8 +36,8 @@ TARVO_AVX2 inline __m256 InOrder(__m256 v) {
   return _mm256_castpd_ps(_mm256_permute4x64_pd(_mm256_castps_pd(v), 0xD8));
 }
 
-// (e[i] × (256 − f) + e[i + 1] × f) >> 8, then divided by 65536; exact in
-// single precision for entries of at most 2^16 (checked once per field).
+// (e[i] × (256 − f) + e[i + 1] × f) >> 8, then divided by 65536, in single
+// precision (exact for tables that pass TablesFitSingle).
 TARVO_AVX2 inline __m256 Interpolate(const int32_t* entries, __m256i index, __m256i frac) {
   // Entries i and i + 1 as one 64-bit element: half the elements that two
   // 32-bit gathers would fetch.

@@ -16,7 +16,8 @@ namespace tarvo::sse2 {
 namespace {
 
 // (e[i] × (256 − f) + e[i + 1] × f) >> 8 for four indices and fractions,
-// then divided by 65536: the tables' 1/256 interpolation.
+// then divided by 65536: the tables' 1/256 interpolation, in single
+// precision (exact for tables that pass TablesFitSingle).
 inline __m128 Interpolate4(const int32_t* entries, __m128i index, __m128i frac) {
   alignas(16) int32_t at[4];
   _mm_store_si128(reinterpret_cast<__m128i*>(at), index);
@@ -34,9 +35,7 @@ inline __m128 Interpolate4(const int32_t* entries, __m128i index, __m128i frac) 
 }
 
 // ReadWave at four angles at once, when all four lie in [0, 360); false
-// (nothing written) otherwise. The interpolation runs in single precision,
-// where it is exact: for entries of at most 2^16 in magnitude every
-// product and the sum are integers of at most 2^24.
+// (nothing written) otherwise.
 inline bool ReadWave4(__m128 angles, const int32_t* entries, __m128* values) {
   const __m128 inside = _mm_and_ps(_mm_cmpge_ps(angles, _mm_setzero_ps()), _mm_cmplt_ps(angles, _mm_set1_ps(360.0f)));
   if (_mm_movemask_ps(inside) != 15) return false;

@@ -7,9 +7,30 @@
 
 #include "fixed_point.h"
 #include "geometry.h"
+#include "simd_level.h"
 #include "wave_table.h"
 
 namespace tarvo {
+
+// The vector loops interpolate the tables in single precision, which gives
+// the integer arithmetic's bits when every entry is at most 2^16 in
+// magnitude: each product and the sum are then integers of at most 2^24.
+// The sine and arctangent tables always are; a chaos-blended ripple wave
+// may not be.
+inline bool TablesFitSingle(const WaveTable& wave) {
+  auto fits = [](const int32_t* entries, int n) {
+    for (int k = 0; k < n; ++k)
+      if (entries[k] > 65536 || entries[k] < -65536) return false;
+    return true;
+  };
+  return fits(wave.entries, WaveTable::kEntries) && fits(g_arcTanTable.entries, ArcTanTable::kEntries);
+}
+
+// The field's vector width for a render of width simd with this ripple
+// wave: one entry at a time unless its tables fit single precision.
+inline SimdLevel FieldSimd(SimdLevel simd, const WaveTable& wave) {
+  return TablesFitSingle(wave) ? simd : SimdLevel::kScalar;
+}
 
 // One period of degrees in 16.16.
 constexpr int64_t kWavePeriodFixed = 360 * 65536;
