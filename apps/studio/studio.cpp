@@ -85,13 +85,6 @@ void FromRgba(const std::vector<uint8_t>& rgba, host::Image* image) {
   }
 }
 
-// The command line's frame limit: the plug-in's images hold 16-bit sizes.
-std::string CheckSize(int32_t width, int32_t height) {
-  if (width >= 1 && height >= 1 && width <= cli::kMaxImageWidth && height <= cli::kMaxImageHeight) return "";
-  return "a " + std::to_string(width) + "x" + std::to_string(height) + " picture is too large for the effect (" +
-         std::to_string(cli::kMaxImageWidth) + "x" + std::to_string(cli::kMaxImageHeight) + " at most)";
-}
-
 const char* UseInput(host::Image image) {
   g_studio->input = std::move(image);
   ToRgba(g_studio->input, &g_studio->inputRgba);
@@ -200,12 +193,12 @@ STUDIO_API const char* StudioOpen() {
 }
 
 STUDIO_API const char* StudioUseDemo(int32_t width, int32_t height) {
-  if (std::string bad = CheckSize(width, height); !bad.empty()) return Hand(bad);
+  if (std::string bad = cli::CheckImageSize(width, height); !bad.empty()) return Hand("the demo picture " + bad);
   return UseInput(cli::MakeDemoImage(width, height));
 }
 
 STUDIO_API uint8_t* StudioInputBuffer(int32_t width, int32_t height) {
-  if (!CheckSize(width, height).empty()) return nullptr;
+  if (!cli::CheckImageSize(width, height).empty()) return nullptr;
   g_studio->input = host::Image(width, height);
   g_studio->inputRgba.assign(static_cast<size_t>(width) * height * 4, 0);
   return g_studio->inputRgba.data();
@@ -216,7 +209,9 @@ STUDIO_API const char* StudioUseInputBuffer() {
   return Hand("");
 }
 
-STUDIO_API const char* StudioCheckSize(int32_t width, int32_t height) { return Hand(CheckSize(width, height)); }
+STUDIO_API const char* StudioCheckSize(int32_t width, int32_t height) {
+  return Hand(cli::CheckImageSize(width, height));
+}
 
 STUDIO_API const char* StudioRender(const char* settings) {
   Studio& s = *g_studio;

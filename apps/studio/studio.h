@@ -22,7 +22,8 @@
 STUDIO_API const char* StudioOpen();
 // The input becomes the built-in demo picture at width × height; "" or why not.
 STUDIO_API const char* StudioUseDemo(int32_t width, int32_t height);
-// "" when a width × height picture can be rendered, else why not.
+// "" when a width × height picture can be rendered, else why not, in the
+// command line's words to follow the picture's name ("is 5000x10, larger ...").
 STUDIO_API const char* StudioCheckSize(int32_t width, int32_t height);
 // Room for a width × height RGBA input (null when too large); the caller
 // fills it, then StudioUseInputBuffer makes it the input.

@@ -41,7 +41,7 @@ function Handle(msg) {
     }
     case 'image': {
       const bad = Text(studio._StudioCheckSize(msg.width, msg.height));
-      if (bad) return { error: bad };
+      if (bad) return { error: `${msg.name || 'the picture'} ${bad}` };
       const ptr = studio._StudioInputBuffer(msg.width, msg.height);
       studio.HEAPU8.set(new Uint8Array(msg.rgba), ptr);
       studio._StudioUseInputBuffer();

@@ -99,14 +99,6 @@ class LibraryAllocations {
 
 }  // namespace
 
-std::string CheckImageSize(int32_t width, int32_t height) {
-  if (width <= 0 || height <= 0) return "has no pixels (" + std::to_string(width) + "x" + std::to_string(height) + ")";
-  if (width > kMaxImageWidth || height > kMaxImageHeight)
-    return "is " + std::to_string(width) + "x" + std::to_string(height) + ", larger than the effect allows (" +
-           std::to_string(kMaxImageWidth) + "x" + std::to_string(kMaxImageHeight) + " at most)";
-  return "";
-}
-
 namespace {
 
 // True when a JPEG file's markers run on to its end-of-image marker. A JPEG

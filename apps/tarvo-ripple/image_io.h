@@ -27,8 +27,16 @@ namespace tarvo::cli {
 constexpr int32_t kMaxImageWidth = 4095;
 constexpr int32_t kMaxImageHeight = 32767;
 
-// "" when width × height can be rendered, else why not.
-std::string CheckImageSize(int32_t width, int32_t height);
+// "" when width × height can be rendered, else why not ("is 5000x10, larger
+// than ..."), to follow the picture's name. Inline: the studio page's host
+// words its refusals the same way without the image library.
+inline std::string CheckImageSize(int32_t width, int32_t height) {
+  if (width <= 0 || height <= 0) return "has no pixels (" + std::to_string(width) + "x" + std::to_string(height) + ")";
+  if (width > kMaxImageWidth || height > kMaxImageHeight)
+    return "is " + std::to_string(width) + "x" + std::to_string(height) + ", larger than the effect allows (" +
+           std::to_string(kMaxImageWidth) + "x" + std::to_string(kMaxImageHeight) + " at most)";
+  return "";
+}
 
 bool ReadImage(const std::string& path, host::Image* out, std::string* error);
 
