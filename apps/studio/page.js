@@ -16,12 +16,13 @@ const state = {
   time: 0,
   source: 'demo',         // 'demo' or 'file'
   fileName: '',
-  fileBitmap: null,
+  file: null,             // the opened picture: { data: ImageData at its own size, bitmap }
   width: 640, height: 480,
   input: null,            // ImageData of the input (straight RGBA)
   output: null,           // ImageData of the last render
   outputBytes: null,      // its bytes, for the digest and the PNG
   renders: 0,
+  shown: 0,               // pictures shown so far (renders and before/after switches)
   digest: false,
 };
 
@@ -91,26 +92,34 @@ function Changed(name, text) {
 function Render() {
   if (!state.declared || !state.input) return;
   $('status').textContent = 'rendering…';
-  Send({ op: 'render', settings: SettingsText() }, (reply) => {
+  const settings = SettingsText();
+  Send({ op: 'render', settings }, (reply) => {
     if (reply.error) return ShowError(reply.error);
     ShowError('');
     state.outputBytes = new Uint8Array(reply.rgba);
     state.filter = reply.filter;
     ShowFilterStrings();
     state.output = new ImageData(new Uint8ClampedArray(reply.rgba), reply.width, reply.height);
+    state.outputSettings = settings;
     state.renders++;
     $('status').textContent = `${reply.width}×${reply.height} rendered in ${reply.ms.toFixed(1)} ms`;
     $('status').dataset.ms = reply.ms.toFixed(3);
     Show();
-    if (state.digest) WriteDigest(state.outputBytes);
   });
 }
 
-async function WriteDigest(bytes) {
+// The test hook: the digest of the picture shown, with the number of
+// renders and pictures shown so far and the settings of the render shown
+// (none for the input). A newer picture's digest wins over an older one
+// still being hashed.
+let digestSeq = 0;
+async function WriteDigest(bytes, fields) {
+  const seq = ++digestSeq;
   const hash = new Uint8Array(await crypto.subtle.digest('SHA-256', bytes));
+  if (seq !== digestSeq) return;
   const el = $('digest');
   el.textContent = 'sha256:' + Array.from(hash, (b) => b.toString(16).padStart(2, '0')).join('');
-  el.dataset.renders = String(state.renders);
+  Object.assign(el.dataset, fields);
 }
 
 function Show() {
@@ -123,25 +132,58 @@ function Show() {
   }
   canvas.getContext('2d').putImageData(image, 0, 0);
   PlaceHandle();
+  state.shown++;
+  if (state.digest) {
+    const settings = image === state.output ? state.outputSettings : '';
+    WriteDigest(image.data, { renders: state.renders, shown: state.shown, settings });
+  }
 }
 
-function ShowError(text) {
+// A failed render also replaces the digest; a picture that cannot be opened
+// leaves the one shown (and its digest) as it was.
+function ShowError(text, pictureKept = false) {
   $('error').textContent = text;
   if (text) {
     $('status').textContent = 'error';
-    if (state.digest) $('digest').textContent = 'error: ' + text;
+    if (state.digest && !pictureKept) {
+      digestSeq++;
+      $('digest').textContent = 'error: ' + text;
+    }
   }
 }
 
-function InputRequest() {
-  if (state.source === 'file' && state.fileBitmap) {
-    const canvas = new OffscreenCanvas(state.width, state.height);
-    const ctx = canvas.getContext('2d');
-    ctx.drawImage(state.fileBitmap, 0, 0, state.width, state.height);
-    const data = ctx.getImageData(0, 0, state.width, state.height);
-    return { op: 'image', width: state.width, height: state.height, rgba: data.data.buffer };
+// The opened picture at its own size is sent as decoded; another frame size
+// is the browser's scaling of it.
+function FileRequest(file, width, height) {
+  let data = file.data;
+  if (width !== data.width || height !== data.height) {
+    const ctx = new OffscreenCanvas(width, height).getContext('2d');
+    ctx.drawImage(file.bitmap, 0, 0, width, height);
+    data = ctx.getImageData(0, 0, width, height);
   }
+  return { op: 'image', name: file.name, width, height, rgba: data.data.buffer };
+}
+
+function InputRequest() {
+  if (state.source === 'file' && state.file) return FileRequest(state.file, state.width, state.height);
   return { op: 'demo', width: state.width, height: state.height };
+}
+
+// A new input from the worker. A centre set by hand stays on the same spot
+// of the picture when the frame size changes, so that it stays inside it.
+function UseInput(reply) {
+  const old = state.input;
+  state.input = new ImageData(new Uint8ClampedArray(reply.rgba), reply.width, reply.height);
+  const c = state.point && state.settings.has(state.point.option) ? CenterPixels() : null;
+  if (old && c && Number.isFinite(c.x) && Number.isFinite(c.y) &&
+      (old.width !== reply.width || old.height !== reply.height)) {
+    const text = `${Math.round(c.x * reply.width / old.width)},${Math.round(c.y * reply.height / old.height)}`;
+    state.point.box.value = text;
+    state.settings.set(state.point.option, text);
+  }
+  state.output = null;
+  ShowStrings();
+  Render();
 }
 
 function LoadInput() {
@@ -151,13 +193,7 @@ function LoadInput() {
   } catch (err) {
     return ShowError('the picture cannot be read: ' + err.message);
   }
-  Send(request, (reply) => {
-    if (reply.error) return ShowError(reply.error);
-    state.input = new ImageData(new Uint8ClampedArray(reply.rgba), reply.width, reply.height);
-    state.output = null;
-    ShowStrings();
-    Render();
-  });
+  Send(request, (reply) => (reply.error ? ShowError(reply.error) : UseInput(reply)));
 }
 
 // ---- controls from the declarations
@@ -332,22 +368,78 @@ function Play() {
 
 // ---- pictures from the user
 
-async function OpenFile(file) {
-  try {
-    state.fileBitmap = await createImageBitmap(file, { premultiplyAlpha: 'none', colorSpaceConversion: 'none' });
-  } catch (err) {
-    return ShowError(`${file.name} is not a picture this browser can decode`);
+// A frame's bytes as straight RGBA, or null when the frame is in another
+// pixel format (YUV from a JPEG decoder, for instance).
+async function FrameRgba(frame) {
+  const format = frame.format;
+  if (!['RGBA', 'RGBX', 'BGRA', 'BGRX'].includes(format) || frame.rotation || frame.flip) return null;
+  const bytes = new Uint8ClampedArray(frame.allocationSize());
+  await frame.copyTo(bytes);
+  if (bytes.length !== frame.visibleRect.width * frame.visibleRect.height * 4) return null;
+  for (let i = 0; i < bytes.length; i += 4) {
+    if (format[0] === 'B') [bytes[i], bytes[i + 2]] = [bytes[i + 2], bytes[i]];
+    if (format[3] === 'X') bytes[i + 3] = 255;
   }
-  state.source = 'file';
-  state.fileName = file.name;
-  const src = $('source');
-  let opt = src.querySelector('option[value=file]');
-  if (!opt) { opt = document.createElement('option'); opt.value = 'file'; src.appendChild(opt); }
-  opt.textContent = file.name;
-  src.value = 'file';
-  const own = `${state.fileBitmap.width}x${state.fileBitmap.height}`;
-  SetSizes(own);
-  SetSize(own);
+  return new ImageData(bytes, frame.visibleRect.width, frame.visibleRect.height);
+}
+
+// A picture file decoded by the browser, at its own size, with the colour of
+// every pixel as stored. A 2D canvas holds colour premultiplied by alpha,
+// which changes pixels that are not opaque and loses the colour of
+// transparent ones, so the bytes come from an image decoder told not to
+// premultiply; the canvas remains for other pixel formats and browsers
+// without one (exact for opaque pictures) and for scaling.
+async function DecodePicture(file) {
+  const bitmap = await createImageBitmap(file, { premultiplyAlpha: 'none', colorSpaceConversion: 'none' });
+  let data = null;
+  if (typeof ImageDecoder === 'function' && file.type && (await ImageDecoder.isTypeSupported(file.type))) {
+    const decoder = new ImageDecoder({ data: await file.arrayBuffer(), type: file.type,
+                                       premultiplyAlpha: 'none', colorSpaceConversion: 'none' });
+    try {
+      const { image } = await decoder.decode();
+      data = await FrameRgba(image);
+      image.close();
+    } catch {
+      data = null;
+    } finally {
+      decoder.close();
+    }
+  }
+  if (!data || data.width !== bitmap.width || data.height !== bitmap.height) {
+    const ctx = new OffscreenCanvas(bitmap.width, bitmap.height).getContext('2d');
+    ctx.drawImage(bitmap, 0, 0);
+    data = ctx.getImageData(0, 0, bitmap.width, bitmap.height);
+  }
+  return { name: file.name, data, bitmap };
+}
+
+// The picture becomes the input only when the worker has taken it: a file
+// that cannot be decoded or is too large leaves the current picture, its
+// settings and its strings as they were.
+async function OpenFile(file) {
+  let picture;
+  try {
+    picture = await DecodePicture(file);
+  } catch (err) {
+    return ShowError(`${file.name} is not a picture this browser can decode`, true);
+  }
+  const { width, height } = picture.data;
+  Send(FileRequest(picture, width, height), (reply) => {
+    if (reply.error) return ShowError(reply.error, true);
+    state.source = 'file';
+    state.fileName = file.name;
+    state.file = picture;
+    state.width = width;
+    state.height = height;
+    const src = $('source');
+    let opt = src.querySelector('option[value=file]');
+    if (!opt) { opt = document.createElement('option'); opt.value = 'file'; src.appendChild(opt); }
+    opt.textContent = file.name;
+    src.value = 'file';
+    SetSizes(`${width}x${height}`);
+    $('size').value = `${width}x${height}`;
+    UseInput(reply);
+  });
 }
 
 function SetSizes(own) {
@@ -413,7 +505,7 @@ function Start() {
 
   $('source').addEventListener('change', () => {
     state.source = $('source').value;
-    if (state.source === 'demo') { SetSizes(''); SetSize('640x480'); } else { SetSize(`${state.fileBitmap.width}x${state.fileBitmap.height}`); }
+    if (state.source === 'demo') { SetSizes(''); SetSize('640x480'); } else { SetSize(`${state.file.data.width}x${state.file.data.height}`); }
   });
   $('file').addEventListener('change', () => { if ($('file').files[0]) OpenFile($('file').files[0]); });
   $('size').addEventListener('change', () => SetSize($('size').value));
