@@ -1,7 +1,10 @@
 // The studio page in headless Chromium against the command line: its
 // renders have tarvo-ripple's bytes, its controls are the declared
-// parameters at their defaults, a slider move re-renders. Prints the page's
-// and the native 640x480 render times (measured, not judged).
+// parameters at their defaults, a slider move re-renders; a picture opened
+// or dropped, its download, before/after, play and a centre drag give the
+// command line's bytes too, and a picture too large is refused, keeping the
+// one shown. Prints the page's and the native 640x480 render times
+// (measured, not judged).
 // Its ffmpeg string, run in ffmpeg with the frei0r filter, gives the same
 // bytes too (when ffmpeg is installed and FREI0R_DIR is not "-").
 //   node --experimental-websocket studio_test.mjs STUDIO_DIR TARVO_RIPPLE TIME_PROGRAM FREI0R_DIR [SCREENSHOT.png]
@@ -60,9 +63,31 @@ function PngDigest(file) {
   return 'sha256:' + crypto.createHash('sha256').update(out).digest('hex');
 }
 
-function NativeDigest(size, settings) {
+// A PNG file of 8-bit RGBA (colorType 6) or RGB (2) rows, filter 0.
+function Png(width, height, pixels, colorType = 6) {
+  const Chunk = (type, data) => {
+    const out = Buffer.alloc(12 + data.length);
+    out.writeUInt32BE(data.length, 0);
+    out.write(type, 4, 'ascii');
+    data.copy(out, 8);
+    out.writeUInt32BE(zlib.crc32(out.subarray(4, 8 + data.length)), 8 + data.length);
+    return out;
+  };
+  const header = Buffer.alloc(13);
+  header.writeUInt32BE(width, 0);
+  header.writeUInt32BE(height, 4);
+  header.set([8, colorType], 8);
+  const row = pixels.length / height, raw = Buffer.alloc((row + 1) * height);
+  for (let y = 0; y < height; y++) pixels.copy(raw, y * (row + 1) + 1, y * row, (y + 1) * row);
+  return Buffer.concat([Buffer.from([137, 80, 78, 71, 13, 10, 26, 10]), Chunk('IHDR', header),
+                        Chunk('IDAT', zlib.deflateSync(raw)), Chunk('IEND', Buffer.alloc(0))]);
+}
+
+// The command line's render of input (the demo picture at size when input
+// starts with a digit) with settings.
+function NativeDigest(input, settings) {
   const file = path.join(tmp, 'native.png');
-  const args = ['--demo', file, '--size', size];
+  const args = /^\d/.test(input) ? ['--demo', file, '--size', input] : [path.join(tmp, input), file];
   for (const [name, value] of Object.entries(settings)) args.push('--' + name, value);
   execFileSync(cli, args, { stdio: ['ignore', 'ignore', 'inherit'] });
   return PngDigest(file);
@@ -91,8 +116,10 @@ const ws = new Socket(wsUrl);
 await new Promise((resolve, reject) => { ws.onopen = resolve; ws.onerror = () => reject(new Error('DevTools connection failed')); });
 let lastId = 0;
 const pending = new Map();
+const events = [];
 ws.onmessage = (e) => {
   const msg = JSON.parse(e.data);
+  if (msg.method) events.push(msg);
   if (msg.id && pending.has(msg.id)) {
     const { resolve, reject } = pending.get(msg.id);
     pending.delete(msg.id);
@@ -116,15 +143,34 @@ const Eval = async (expr) => {
   return r.result.value;
 };
 const sleep = (ms) => new Promise((r) => setTimeout(r, ms));
-// The digest once the page has finished at least `renders` renders.
-async function Digest(renders = 1) {
+// The page's digest once `ready` (JavaScript over its fields d) holds, or
+// its error.
+async function DigestWhen(ready) {
   for (let i = 0; i < 1200; i++) {
-    const d = await Eval(`(() => { const e = document.getElementById('digest');
-      return e ? [e.textContent, Number(e.dataset.renders)] : ['', 0]; })()`);
-    if (d[0].startsWith('error') || (d[0].startsWith('sha256:') && d[1] >= renders)) return d[0];
+    const d = await Eval(`(() => { const e = document.getElementById('digest'), d = e ? e.dataset : {};
+      return e && (e.textContent.startsWith('error') || (e.textContent.startsWith('sha256:') && (${ready}))) ? e.textContent : ''; })()`);
+    if (d) return d;
     await sleep(50);
   }
   return 'timeout';
+}
+// The digest once the page has finished at least `renders` renders.
+const Digest = (renders = 1) => DigestWhen(`Number(d.renders) >= ${renders}`);
+// Does action (an async function) and returns the digest of the next picture
+// the page shows for which `ready` holds.
+async function Act(action, ready = 'true') {
+  const shown = await Eval(`Number(document.getElementById('digest').dataset.shown || 0)`);
+  await action();
+  return DigestWhen(`Number(d.shown) > ${shown} && (${ready})`);
+}
+const Click = (id) => () => Eval(`document.getElementById('${id}').click()`);
+const Drop = (name) => () => Eval(`(() => { const dt = new DataTransfer();
+  const bytes = Uint8Array.from(atob('${fs.readFileSync(path.join(tmp, name)).toString('base64')}'), (c) => c.charCodeAt(0));
+  dt.items.add(new File([bytes], '${name}', { type: 'image/png' }));
+  document.getElementById('stage').dispatchEvent(new DragEvent('drop', { dataTransfer: dt, bubbles: true, cancelable: true })); })()`);
+async function Until(expr) {
+  for (let i = 0; i < 600 && !(await Eval(expr)); i++) await sleep(50);
+  return Eval(expr);
 }
 async function Open(query) {
   await Cdp('Page.navigate', { url: `${base}?${query}` }, sessionId);
@@ -193,6 +239,77 @@ try {
     r.value = '60'; r.dispatchEvent(new Event('input')); })()`);
   const moved = await Digest(2);
   Check(moved === NativeDigest('160x120', { radius: '60' }), `a radius slider move re-renders: ${moved.slice(0, 20)}…`);
+
+  // Pictures of the user's, opened and dropped, render as the command line
+  // renders the same file: colour as stored where alpha is below 255 or 0.
+  const pixels = Buffer.alloc(97 * 73 * 4);
+  for (let i = 0; i < pixels.length; i += 4) {
+    const x = (i / 4) % 97, y = Math.floor(i / 4 / 97);
+    pixels.set([x * 7, y * 13, x * y, (x + 3 * y) * 2].map((v) => v & 255), i);
+  }
+  fs.writeFileSync(path.join(tmp, 'alpha.png'), Png(97, 73, pixels));
+  fs.writeFileSync(path.join(tmp, 'opaque.png'), Png(64, 48, Buffer.from(Array.from({ length: 64 * 48 * 3 }, (_, i) => (i * 37) >> 4 & 255)), 2));
+  fs.writeFileSync(path.join(tmp, 'wide.png'), Png(4096, 2, Buffer.alloc(4096 * 2 * 4)));
+  const settings = { 'wave-height': '9', radius: '35', phase: '20', frequency: '37' };
+  await Open(new URLSearchParams({ demo: '160x120', digest: '1', ...settings }).toString());
+  await Digest();
+  const input = await Cdp('Runtime.evaluate', { expression: `document.getElementById('file')` }, sessionId);
+  const opened = await Act(() => Cdp('DOM.setFileInputFiles', { files: [path.join(tmp, 'alpha.png')], objectId: input.result.objectId }, sessionId));
+  Check(opened === NativeDigest('alpha.png', settings), `a picture opened with alpha renders as the command line: ${opened.slice(0, 20)}…`);
+
+  // Before shows the picture's own pixels, after the render again.
+  const before = await Act(Click('before')), after = await Act(Click('before'));
+  Check(before === 'sha256:' + crypto.createHash('sha256').update(pixels).digest('hex') && after === opened,
+        `before/after: ${before.slice(0, 20)}…, then ${after.slice(0, 20)}…`);
+
+  // The PNG download holds the rendered pixels.
+  const downloads = path.join(tmp, 'downloads');
+  await Cdp('Browser.setDownloadBehavior', { behavior: 'allow', downloadPath: downloads, eventsEnabled: true });
+  await Click('download')();
+  for (let i = 0; i < 600 && !events.some((e) => e.method === 'Browser.downloadProgress' && e.params.state !== 'inProgress'); i++) await sleep(50);
+  const download = path.join(downloads, 'ripple.png');
+  const downloaded = fs.existsSync(download) ? PngDigest(download) : 'no file';
+  Check(downloaded === opened, `the PNG download decodes to the render: ${downloaded.slice(0, 20)}…`);
+
+  // Dragging the centre sets the Center control to the point let go at.
+  const box = await Eval(`(() => { const r = document.getElementById('picture').getBoundingClientRect(); return [r.left, r.top, r.width / 97]; })()`);
+  const Mouse = (type, x, y) => Cdp('Input.dispatchMouseEvent', { type, x: box[0] + x * box[2], y: box[1] + y * box[2],
+    button: 'left', buttons: type === 'mouseReleased' ? 0 : 1, clickCount: 1 }, sessionId);
+  const dragged = await Act(async () => {
+    await Mouse('mousePressed', 20, 15);
+    await Mouse('mouseMoved', 50, 30);
+    await Mouse('mouseMoved', 80, 50);
+    await Mouse('mouseReleased', 80, 50);
+  }, `d.settings.split('\\n').includes('center=80,50')`);
+  const Center = () => Eval(`document.querySelector('[data-option=center]').value`);
+  Check((await Center()) === '80,50' && dragged === NativeDigest('alpha.png', { ...settings, center: '80,50' }),
+        `a centre drag to 80,50: control ${await Center()}, render ${dragged.slice(0, 20)}…`);
+
+  // A smaller picture dropped keeps the centre inside it.
+  const dropped = await Act(Drop('opaque.png'));
+  const center = await Center();
+  Check(dropped === NativeDigest('opaque.png', { ...settings, center }), `a dropped picture, centre ${center}: ${dropped.slice(0, 20)}…`);
+
+  // Play runs the time on; paused, the page shows the command line's frame
+  // at that time (frequency 37 repeats a frame only every 30 steps).
+  await Click('play')();
+  await Until(`Number(document.getElementById('time').value) >= 3`);
+  await Click('play')();
+  const time = await Eval(`document.getElementById('time').value`);
+  const played = await DigestWhen(`d.settings.split('\\n').includes('time=${time}')`);
+  Check(Number(time) >= 3 && played !== dropped && played === NativeDigest('opaque.png', { ...settings, center, time }),
+        `play to time ${time}: ${played.slice(0, 20)}…`);
+
+  // A picture too large is refused as the command line refuses it; the
+  // picture shown and its command line stay.
+  const line = await Eval(`document.getElementById('cli').textContent`);
+  await Drop('wide.png')();
+  const refusal = await Until(`document.getElementById('error').textContent`);
+  const kept = await Eval(`[document.getElementById('digest').textContent, document.getElementById('cli').textContent]`);
+  let native = '';
+  try { execFileSync(cli, ['wide.png', 'out.png'], { cwd: tmp, stdio: 'pipe' }); } catch (err) { native = String(err.stderr); }
+  Check(refusal !== '' && native.includes(refusal) && kept[0] === played && kept[1] === line,
+        `a 4096x2 picture: "${refusal}" (command line: ${native.trim()}), picture kept: ${kept[0] === played}`);
 
   // The page at its defaults, for the README.
   await Open('');
