@@ -84,14 +84,7 @@ ColumnPlan PlanColumns(int32_t x, int32_t w, int32_t width) {
   const int64_t last = std::min<int64_t>(c1, static_cast<int64_t>(width) - 1);
   if (last < first) return plan;
 
-  const int32_t leftCut = Frac8(x);
-  const int32_t rightCut = 256 - Frac8(xEnd);
-  auto edgeWeight = [&](int64_t column) {
-    int32_t weight = 256;
-    if (column == c0) weight -= leftCut;
-    if (column == c1) weight -= rightCut;
-    return weight;
-  };
+  auto edgeWeight = [&](int64_t column) { return CellWeight(column, x, xEnd); };
 
   int64_t innerFirst = first;
   int64_t innerLast = last;
@@ -169,15 +162,8 @@ PixelSum BoxSum(const PixelImage& image, int32_t x, int32_t w, int32_t y, int32_
   const int64_t last = r1 >= imageHeight ? imageHeight - 1 : r1;
 
   if (first < imageHeight && first <= last && imageWidth > 0 && image.HasPixels()) {
-    const int32_t topCut = Frac8(y);
-    const int32_t bottomCut = 256 - Frac8(yEnd);
     const ColumnPlan plan = PlanColumns(x, w, imageWidth);
-    auto rowWeight = [&](int64_t row) {
-      int32_t weight = 256;
-      if (row == r0) weight -= topCut;
-      if (row == r1) weight -= bottomCut;
-      return weight;
-    };
+    auto rowWeight = [&](int64_t row) { return CellWeight(row, y, yEnd); };
     const int64_t columns = (plan.innerEnd - plan.innerFirst) + (plan.leftColumn >= 0) + (plan.rightColumn >= 0);
     const int64_t cells = (last - first + 1) * columns;
     if (cache != nullptr && cache->Covers(image, cells)) {

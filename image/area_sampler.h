@@ -28,6 +28,17 @@ struct PixelSum {
 // its row or column, in 1/256 of a pixel.
 constexpr int32_t Frac8(int64_t f) { return static_cast<int32_t>((f & 0xFFFF) >> 8); }
 
+// The coverage weight 0..256 of row or column `cell` of a box whose edges
+// are near and far (16.16): 256, less the part of the first cell before
+// the near edge and the part of the last cell past the far edge. Integer
+// parts are arithmetic shifts, so −0.25 lies in cell −1.
+constexpr int32_t CellWeight(int64_t cell, int64_t near, int64_t far) {
+  int32_t weight = 256;
+  if (cell == near >> 16) weight -= Frac8(near);
+  if (cell == far >> 16) weight -= 256 - Frac8(far);
+  return weight;
+}
+
 // A row's or column's coverage weight of 255 counts as 256: full.
 constexpr int32_t CountedWeight(int32_t weight) { return weight == 255 ? 256 : weight; }
 

@@ -133,22 +133,13 @@ __m128i SpanBoxSum(const uint8_t* base, intptr_t stride, int32_t imageHeight, in
   // Column weights, 255 counting as 256: the end columns carry the cuts,
   // the columns between them weigh 256.
   const int32_t columns = lastCol - firstCol + 1;
-  const int32_t leftCut = Frac8(x), rightCut = 256 - Frac8(xEnd);
-  auto columnWeight = [&](int32_t c) {
-    int32_t weight = 256;
-    if (c == c0) weight -= leftCut;
-    if (c == c1) weight -= rightCut;
-    return CountedWeight(weight);
-  };
+  auto columnWeight = [&](int32_t c) { return CountedWeight(CellWeight(c, x, xEnd)); };
   const __m128i firstWeight = _mm_set1_epi16(static_cast<int16_t>(columnWeight(firstCol)));
   const __m128i lastWeight = _mm_set1_epi16(static_cast<int16_t>(columnWeight(lastCol)));
 
-  const int32_t topCut = Frac8(y), bottomCut = 256 - Frac8(yEnd);
   const uint8_t* row = base + stride * firstRow + 4 * static_cast<intptr_t>(firstCol);
   for (int32_t r = firstRow; r <= lastRow; ++r, row += stride) {
-    int32_t rowWeight = 256;
-    if (r == r0) rowWeight -= topCut;
-    if (r == r1) rowWeight -= bottomCut;
+    const int32_t rowWeight = CellWeight(r, y, yEnd);
     if (rowWeight <= 0) continue;
     total = _mm_add_epi32(total, SpanRowWeighted(SpanRowSum(row, columns, firstWeight, lastWeight), rowWeight));
   }
