@@ -85,6 +85,12 @@ inline __m128 ArcTanPosition(__m128 ys, __m128 xs, __m128* inside) {
   return s;
 }
 
+// Four entries' pairs (first[p], second[p]) stored in entry order.
+inline void StorePairs(float* out, __m128 first, __m128 second) {
+  _mm_storeu_ps(out, _mm_unpacklo_ps(first, second));
+  _mm_storeu_ps(out + 4, _mm_unpackhi_ps(first, second));
+}
+
 // A lane mask of four floats as a pair of double masks (lanes 0, 1 or 2, 3).
 inline __m128d LowMask(__m128 m) {
   return _mm_castsi128_pd(_mm_shuffle_epi32(_mm_castps_si128(m), _MM_SHUFFLE(1, 1, 0, 0)));
@@ -183,14 +189,8 @@ bool CircularFour(const FieldKernel& k, float y, double yy, float x, Polar* pola
   }
   __m128d turned[2];
   Twirl(k, d, angular, anyAngular, turned);
-  const __m128 radialF = Narrow(radial[0], radial[1]);
-  const __m128 turnedF = Narrow(turned[0], turned[1]);
-  float* pf = &polar[0].distance;
-  _mm_storeu_ps(pf, _mm_unpacklo_ps(d, a));
-  _mm_storeu_ps(pf + 4, _mm_unpackhi_ps(d, a));
-  float* df = &disp[0].radial;
-  _mm_storeu_ps(df, _mm_unpacklo_ps(radialF, turnedF));
-  _mm_storeu_ps(df + 4, _mm_unpackhi_ps(radialF, turnedF));
+  StorePairs(&polar[0].distance, d, a);
+  StorePairs(&disp[0].radial, Narrow(radial[0], radial[1]), Narrow(turned[0], turned[1]));
   return true;
 }
 
@@ -294,18 +294,8 @@ bool StretchedFour(const FieldKernel& k, __m128 d, __m128 a, bool clampFade, Dis
     radial[h] = _mm_andnot_pd(cut[h], radial[h]);
     turned[h] = _mm_andnot_pd(cut[h], turned[h]);
   }
-  const __m128 radialF = Narrow(radial[0], radial[1]);
-  const __m128 turnedF = Narrow(turned[0], turned[1]);
-  float* df = &disp[0].radial;
-  _mm_storeu_ps(df, _mm_unpacklo_ps(radialF, turnedF));
-  _mm_storeu_ps(df + 4, _mm_unpackhi_ps(radialF, turnedF));
+  StorePairs(&disp[0].radial, Narrow(radial[0], radial[1]), Narrow(turned[0], turned[1]));
   return true;
-}
-
-inline void StorePolar(Polar* polar, __m128 d, __m128 a) {
-  float* pf = &polar[0].distance;
-  _mm_storeu_ps(pf, _mm_unpacklo_ps(d, a));
-  _mm_storeu_ps(pf + 4, _mm_unpackhi_ps(d, a));
 }
 
 // All four points of an entry whose points all lie in the frame, the same
@@ -366,7 +356,7 @@ int32_t StretchedRow(const FieldKernel& k, float y, double yy, int32_t begin, in
                                   static_cast<float>(x + 3.0));
     __m128 d, a;
     if (PolarFour(y, yy, xs, &d, &a) && StretchedFour(k, d, a, clampFade, disp + i)) {
-      StorePolar(polar + i, d, a);
+      StorePairs(&polar[i].distance, d, a);
       continue;
     }
     for (int32_t j = i; j < i + 4; ++j) {
