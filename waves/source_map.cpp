@@ -34,6 +34,12 @@ SourceMap::SourceMap(int32_t rowCount, int32_t colCount, const RenderSetup& rend
     ok = true;
     return;
   }
+  Release();
+}
+
+SourceMap::~SourceMap() { Release(); }
+
+void SourceMap::Release() {
   PluginFree(entries);
   PluginFree(rowFirst);
   PluginFree(rowLast);
@@ -42,13 +48,6 @@ SourceMap::SourceMap(int32_t rowCount, int32_t colCount, const RenderSetup& rend
   rowFirst = nullptr;
   rowLast = nullptr;
   rowWritten = nullptr;
-}
-
-SourceMap::~SourceMap() {
-  PluginFree(entries);
-  PluginFree(rowFirst);
-  PluginFree(rowLast);
-  PluginFree(rowWritten);
 }
 
 void SourceMap::SetRowSpan(int32_t y, int32_t first, int32_t last) {

@@ -51,6 +51,8 @@ struct SourceMap {
   ~SourceMap();
   SourceMap(const SourceMap&) = delete;
   SourceMap& operator=(const SourceMap&) = delete;
+  // Frees the buffers (the constructor on a failure, the destructor).
+  void Release();
 
   MapPoint& At(int32_t y, int32_t x) { return entries[static_cast<int64_t>(y) * cols + x]; }
   const MapPoint& At(int32_t y, int32_t x) const { return entries[static_cast<int64_t>(y) * cols + x]; }

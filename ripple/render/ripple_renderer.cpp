@@ -31,20 +31,18 @@ QuadrantField::QuadrantField(int32_t rows_, int32_t cols_)
   displacement = PluginAllocArray<Displacement>(entries);
   polar = PluginAllocArray<Polar>(entries);
   ok = rowLength && displacement && polar;
-  if (!ok) {
-    PluginFree(rowLength);
-    PluginFree(displacement);
-    PluginFree(polar);
-    rowLength = nullptr;
-    displacement = nullptr;
-    polar = nullptr;
-  }
+  if (!ok) Release();
 }
 
-QuadrantField::~QuadrantField() {
+QuadrantField::~QuadrantField() { Release(); }
+
+void QuadrantField::Release() {
   PluginFree(rowLength);
   PluginFree(displacement);
   PluginFree(polar);
+  rowLength = nullptr;
+  displacement = nullptr;
+  polar = nullptr;
 }
 
 EllipseSpans::EllipseSpans(int16_t centreRow_, int16_t centreCol_, const PixelImage& source, float outerRadius_,
@@ -66,20 +64,18 @@ EllipseSpans::EllipseSpans(int16_t centreRow_, int16_t centreCol_, const PixelIm
   lastCol = PluginAllocArray<int32_t>(rows);
   hasSpan = PluginAllocArray<uint8_t>(rows);
   ok = firstCol && lastCol && hasSpan;
-  if (!ok) {
-    PluginFree(firstCol);
-    PluginFree(lastCol);
-    PluginFree(hasSpan);
-    firstCol = nullptr;
-    lastCol = nullptr;
-    hasSpan = nullptr;
-  }
+  if (!ok) Release();
 }
 
-EllipseSpans::~EllipseSpans() {
+EllipseSpans::~EllipseSpans() { Release(); }
+
+void EllipseSpans::Release() {
   PluginFree(firstCol);
   PluginFree(lastCol);
   PluginFree(hasSpan);
+  firstCol = nullptr;
+  lastCol = nullptr;
+  hasSpan = nullptr;
 }
 
 void EllipseSpans::Build() {

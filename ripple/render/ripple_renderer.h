@@ -48,6 +48,8 @@ struct QuadrantField {
   ~QuadrantField();
   QuadrantField(const QuadrantField&) = delete;
   QuadrantField& operator=(const QuadrantField&) = delete;
+  // Frees the buffers (the constructor on a failure, the destructor).
+  void Release();
 
   int64_t Index(int32_t j, int32_t i) const { return static_cast<int64_t>(j) * cols + i; }
 };
@@ -74,6 +76,8 @@ struct EllipseSpans {
   ~EllipseSpans();
   EllipseSpans(const EllipseSpans&) = delete;
   EllipseSpans& operator=(const EllipseSpans&) = delete;
+  // Frees the buffers (the constructor on a failure, the destructor).
+  void Release();
 
   void Build();
 };
