@@ -17,7 +17,8 @@ import zlib from 'node:zlib';
 import { createRequire } from 'node:module';
 import { Serve } from '../../apps/studio/serve.mjs';
 
-const [studioDir, cli, timeProgram, frei0rDir, screenshot] = process.argv.slice(2);
+const [studioDir, cliArg, timeProgram, frei0rDir, screenshot] = process.argv.slice(2);
+const cli = path.resolve(cliArg);  // also run from the temporary folder
 const tmp = fs.mkdtempSync(path.join(os.tmpdir(), 'tarvo-studio-'));
 let failures = 0;
 function Check(ok, what) {
@@ -311,11 +312,11 @@ try {
   Check(refusal !== '' && native.includes(refusal) && kept[0] === played && kept[1] === line,
         `a 4096x2 picture: "${refusal}" (command line: ${native.trim()}), picture kept: ${kept[0] === played}`);
 
-  // The page at its defaults, for the README.
-  await Open('');
-  await Digest(0);
-  await sleep(1500);
+  // The page at its defaults, for the README, once its render is shown.
   if (screenshot) {
+    await Open('');
+    await Until(`document.getElementById('status').dataset.ms`);
+    await sleep(500);
     const shot = await Cdp('Page.captureScreenshot', { format: 'png' }, sessionId);
     fs.writeFileSync(screenshot, Buffer.from(shot.data, 'base64'));
   }
