@@ -321,6 +321,11 @@ function ShowStrings() {
     : ['tarvo-ripple', '--demo', 'ripple.png', '--size', size];
   for (const [name, text] of state.settings) parts.push('--' + name, Quote(text));
   if (state.time !== 0) parts.push('--time', String(state.time));
+  // The command line renders a file at its own size only.
+  const own = state.source === 'file' && state.file ? state.file.data : null;
+  if (own && (own.width !== state.width || own.height !== state.height)) {
+    parts.push(` # the page scales the picture from ${own.width}x${own.height} to ${size}; this renders it unscaled`);
+  }
   $('cli').textContent = parts.join(' ');
   ShowFilterStrings();
 }
