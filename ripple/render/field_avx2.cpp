@@ -187,7 +187,6 @@ TARVO_AVX2 bool CircularEight(const FieldKernel& k, float y, double yy, float x,
 
   const __m256 fades = _mm256_cmp_ps(d, _mm256_set1_ps(k.radiusF), _CMP_GT_OQ);
   const bool anyFade = _mm256_movemask_ps(fades) != 0;
-  const __m256d outer = _mm256_set1_pd(k.outer), radius = _mm256_set1_pd(k.radius);
   __m256d radial[2], angular[2];
   bool anyAngular = false;
   for (int h = 0; h < 2; ++h) {
@@ -195,8 +194,10 @@ TARVO_AVX2 bool CircularEight(const FieldKernel& k, float y, double yy, float x,
     radial[h] = _mm256_mul_pd(_mm256_set1_pd(k.waveHeight), wd);
     angular[h] = _mm256_xor_pd(_mm256_mul_pd(_mm256_set1_pd(k.angularHeight), wd), _mm256_set1_pd(-0.0));
     if (anyFade) {
-      Fade(k, h == 0 ? LoMask(fades) : HiMask(fades), outer, h == 0 ? Lo(d) : Hi(d), radius, true, radial[h],
-           angular[h]);
+      // The broadcasts made here, where they are needed: kept across the
+      // loop they cost registers the rest of it spills for.
+      Fade(k, h == 0 ? LoMask(fades) : HiMask(fades), _mm256_set1_pd(k.outer), h == 0 ? Lo(d) : Hi(d),
+           _mm256_set1_pd(k.radius), true, radial[h], angular[h]);
     }
     anyAngular |= _mm256_movemask_pd(_mm256_cmp_pd(angular[h], _mm256_setzero_pd(), _CMP_NEQ_UQ)) != 0;
   }

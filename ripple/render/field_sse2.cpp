@@ -176,7 +176,6 @@ bool CircularFour(const FieldKernel& k, float y, double yy, float x, Polar* pola
 
   // Circular(d) in two pairs of lanes.
   const __m128 fades = _mm_cmpgt_ps(d, _mm_set1_ps(k.radiusF));
-  const __m128d outer = _mm_set1_pd(k.outer), radius = _mm_set1_pd(k.radius);
   __m128d radial[2], angular[2];
   bool anyAngular = false;
   for (int h = 0; h < 2; ++h) {
@@ -184,7 +183,8 @@ bool CircularFour(const FieldKernel& k, float y, double yy, float x, Polar* pola
     const __m128d dd = h == 0 ? Low(d) : High(d);
     radial[h] = _mm_mul_pd(_mm_set1_pd(k.waveHeight), wd);
     angular[h] = _mm_xor_pd(_mm_mul_pd(_mm_set1_pd(k.angularHeight), wd), _mm_set1_pd(-0.0));
-    Fade(k, h == 0 ? LowMask(fades) : HighMask(fades), outer, dd, radius, true, radial[h], angular[h]);
+    Fade(k, h == 0 ? LowMask(fades) : HighMask(fades), _mm_set1_pd(k.outer), dd, _mm_set1_pd(k.radius), true, radial[h],
+         angular[h]);
     anyAngular |= _mm_movemask_pd(_mm_cmpneq_pd(angular[h], _mm_setzero_pd())) != 0;
   }
   __m128d turned[2];
