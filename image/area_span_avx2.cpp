@@ -5,6 +5,7 @@
 #include "area_span_avx2.h"
 
 #include "area_sampler.h"
+#include "pixel_simd.h"
 
 #ifdef TARVO_AVX2_PATHS
 
@@ -69,8 +70,8 @@ TARVO_AVX2_INLINE __m256i RowHalves(const uint8_t* row, __m256i order, __m256i w
 TARVO_AVX2_INLINE __m128i Normalize(__m128i sums, float a, float b) {
   const __m256d divisor = _mm256_cvtps_pd(_mm_blend_ps(_mm_set1_ps(b), _mm_set_ss(a), 1));
   const __m256d quotient = _mm256_div_pd(_mm256_cvtepi32_pd(sums), divisor);
-  // ClampChannel: 255 and above give 255; no quotient lies below 0.
-  return _mm256_cvttpd_epi32(_mm256_min_pd(quotient, _mm256_set1_pd(255.0)));
+  // No quotient lies below 0.
+  return ClampChannels(quotient);
 }
 
 // One group of eight pixels; returns the bits of the pixels not written.

@@ -14,6 +14,7 @@
 #include <cmath>
 
 #include "area_sampler.h"
+#include "pixel_simd.h"
 
 namespace tarvo::sse2 {
 namespace {
@@ -93,14 +94,10 @@ TARVO_HOT_INLINE void SpanNormalize(__m128i total, double a, double b, PF_Pixel*
   const __m128d alphaRed = _mm_div_pd(_mm_cvtepi32_pd(total), _mm_setr_pd(a, b));
   const __m128d greenBlue = _mm_div_pd(_mm_cvtepi32_pd(_mm_shuffle_epi32(total, _MM_SHUFFLE(3, 2, 3, 2))),
                                        _mm_set1_pd(b));
-  // ClampChannel: 255 and above give 255. The sums are not negative and
-  // the divisors are positive, so no quotient lies below 0.
-  const __m128d top = _mm_set1_pd(255.0);
-  const __m128i ar = _mm_cvttpd_epi32(_mm_min_pd(alphaRed, top));
-  const __m128i gb = _mm_cvttpd_epi32(_mm_min_pd(greenBlue, top));
-  const __m128i channels = _mm_unpacklo_epi64(ar, gb);
-  const __m128i bytes = _mm_packus_epi16(_mm_packs_epi32(channels, channels), channels);
-  const int32_t word = _mm_cvtsi128_si32(bytes);
+  // The sums are not negative and the divisors positive: no quotient lies
+  // below 0.
+  const __m128i channels = _mm_unpacklo_epi64(ClampChannels(alphaRed), ClampChannels(greenBlue));
+  const int32_t word = _mm_cvtsi128_si32(PackChannels(channels));
   memcpy(out, &word, 4);
 }
 

@@ -10,6 +10,8 @@
 #include <immintrin.h>
 #include <string.h>
 
+#include "pixel_simd.h"
+
 namespace tarvo::avx2 {
 namespace {
 
@@ -76,7 +78,6 @@ TARVO_AVX2_INLINE uint32_t Group(const uint8_t* base, intptr_t stride, int32_t h
                      _mm256_add_epi32(_mm256_mullo_epi32(r0, _mm256_set1_epi32(static_cast<int32_t>(stride))),
                                       _mm256_slli_epi32(c0, 2)));
 
-  const __m256d top = _mm256_set1_pd(255.0);
   for (int k = 0; k < 8; ++k) {
     if (!((insideLanes >> k) & 1)) {
       out[k] = background;
@@ -88,11 +89,8 @@ TARVO_AVX2_INLINE uint32_t Group(const uint8_t* base, intptr_t stride, int32_t h
     v = _mm256_add_pd(v, _mm256_mul_pd(Channels(p + 4), _mm256_broadcast_sd(&w01[k])));
     v = _mm256_add_pd(v, _mm256_mul_pd(Channels(p + stride), _mm256_broadcast_sd(&w10[k])));
     v = _mm256_add_pd(v, _mm256_mul_pd(Channels(p + stride + 4), _mm256_broadcast_sd(&w11[k])));
-    // ClampChannel: 255 and above give 255; a mix below 0 lies above −1 and
-    // truncates to 0 as it is.
-    const __m128i channels = _mm256_cvttpd_epi32(_mm256_min_pd(v, top));
-    const __m128i bytes = _mm_packus_epi16(_mm_packs_epi32(channels, channels), channels);
-    _mm_storeu_si32(&out[k], bytes);
+    // A mix below 0 lies above −1.
+    _mm_storeu_si32(&out[k], sse2::PackChannels(ClampChannels(v)));
   }
   return (insideLanes & ~fullLanes) & 0xFFu;
 }

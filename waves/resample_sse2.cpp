@@ -8,6 +8,8 @@
 #include <emmintrin.h>
 #include <string.h>
 
+#include "pixel_simd.h"
+
 namespace tarvo::sse2 {
 
 int32_t NearestPoints(const uint8_t* base, intptr_t stride, int32_t height, int32_t width, const MapPoint* p,
@@ -61,16 +63,14 @@ PF_Pixel MixBilinear(const PF_Pixel* upperPair, const PF_Pixel* lowerPair, doubl
     v = _mm_add_pd(v, _mm_mul_pd(_mm_cvtepi32_pd(b), k01));
     v = _mm_add_pd(v, _mm_mul_pd(_mm_cvtepi32_pd(c), k10));
     v = _mm_add_pd(v, _mm_mul_pd(_mm_cvtepi32_pd(d), k11));
-    // ClampChannel: 255 and above give 255, nothing above 0 gives 0. The
-    // weights are at least −2^-24 or so, so a mix below 0 lies above −1
-    // and truncates to 0 as it is.
-    return _mm_cvttpd_epi32(_mm_min_pd(v, _mm_set1_pd(255.0)));
+    // The weights are at least −2^-24 or so: a mix below 0 lies above −1.
+    return ClampChannels(v);
   };
   auto high = [](__m128i v) { return _mm_unpackhi_epi64(v, v); };
   const __m128i alphaRed = mix(tl, tr, bl, br);
   const __m128i greenBlue = mix(high(tl), high(tr), high(bl), high(br));
   const __m128i channels = _mm_unpacklo_epi64(alphaRed, greenBlue);
-  const int32_t word = _mm_cvtsi128_si32(_mm_packus_epi16(_mm_packs_epi32(channels, channels), channels));
+  const int32_t word = _mm_cvtsi128_si32(PackChannels(channels));
   PF_Pixel out;
   memcpy(&out, &word, 4);
   return out;
