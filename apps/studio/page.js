@@ -398,16 +398,17 @@ async function DecodePicture(file) {
   const bitmap = await createImageBitmap(file, { premultiplyAlpha: 'none', colorSpaceConversion: 'none' });
   let data = null;
   if (typeof ImageDecoder === 'function' && file.type && (await ImageDecoder.isTypeSupported(file.type))) {
-    const decoder = new ImageDecoder({ data: await file.arrayBuffer(), type: file.type,
-                                       premultiplyAlpha: 'none', colorSpaceConversion: 'none' });
-    try {
+    let decoder = null;
+    try {  // a file whose name says another format than its bytes fails here
+      decoder = new ImageDecoder({ data: await file.arrayBuffer(), type: file.type,
+                                   premultiplyAlpha: 'none', colorSpaceConversion: 'none' });
       const { image } = await decoder.decode();
       data = await FrameRgba(image);
       image.close();
     } catch {
       data = null;
     } finally {
-      decoder.close();
+      decoder?.close();
     }
   }
   if (!data || data.width !== bitmap.width || data.height !== bitmap.height) {
