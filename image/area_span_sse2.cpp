@@ -21,18 +21,14 @@ namespace {
 
 // One pixel's channels as four 32-bit lanes: alpha, red, green, blue.
 TARVO_HOT_INLINE __m128i SpanWiden(const uint8_t* pixel) {
-  int32_t word;
-  memcpy(&word, pixel, 4);
   const __m128i zero = _mm_setzero_si128();
-  return _mm_unpacklo_epi16(_mm_unpacklo_epi8(_mm_cvtsi32_si128(word), zero), zero);
+  return _mm_unpacklo_epi16(_mm_unpacklo_epi8(LoadPixel(pixel), zero), zero);
 }
 
 // A pixel times a weight (broadcast to 16-bit lanes), as 32-bit lanes.
 TARVO_HOT_INLINE __m128i SpanWeighted(const uint8_t* pixel, __m128i weight) {
-  int32_t word;
-  memcpy(&word, pixel, 4);
   const __m128i zero = _mm_setzero_si128();
-  const __m128i px = _mm_unpacklo_epi8(_mm_cvtsi32_si128(word), zero);
+  const __m128i px = _mm_unpacklo_epi8(LoadPixel(pixel), zero);
   return _mm_unpacklo_epi16(_mm_mullo_epi16(px, weight), zero);
 }
 

@@ -1,6 +1,10 @@
-// ClampChannel (pixel_image.h) and the packing of channel values into a
-// pixel, for the four- and eight-wide pixel loops of every stage.
+// A pixel's bytes into a vector register, ClampChannel (pixel_image.h) and
+// the packing of channel values into a pixel, for the four- and eight-wide
+// pixel loops of every stage.
 #pragma once
+
+#include <stdint.h>
+#include <string.h>
 
 #include "simd_level.h"
 
@@ -15,6 +19,13 @@ namespace tarvo {
 
 #ifdef TARVO_SSE2_PATHS
 namespace sse2 {
+
+// One pixel's four bytes in the low 32 bits, the rest 0.
+TARVO_HOT_INLINE __m128i LoadPixel(const uint8_t* pixel) {
+  int32_t word;
+  memcpy(&word, pixel, 4);
+  return _mm_cvtsi32_si128(word);
+}
 
 // ClampChannel of two values, as 32-bit lanes: 255 and above give 255. The
 // callers' values are never at or below −1, so truncation gives 0 below 0.

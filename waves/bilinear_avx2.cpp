@@ -8,7 +8,6 @@
 #ifdef TARVO_AVX2_PATHS
 
 #include <immintrin.h>
-#include <string.h>
 
 #include "pixel_simd.h"
 
@@ -17,9 +16,7 @@ namespace {
 
 // One pixel's channels (alpha, red, green, blue) as four doubles.
 TARVO_AVX2_INLINE __m256d Channels(const uint8_t* pixel) {
-  int32_t word;
-  memcpy(&word, pixel, 4);
-  return _mm256_cvtepi32_pd(_mm_cvtepu8_epi32(_mm_cvtsi32_si128(word)));
+  return _mm256_cvtepi32_pd(_mm_cvtepu8_epi32(sse2::LoadPixel(pixel)));
 }
 
 TARVO_AVX2_INLINE __m256d Lo(__m256 v) { return _mm256_cvtps_pd(_mm256_castps256_ps128(v)); }
