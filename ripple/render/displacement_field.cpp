@@ -24,6 +24,37 @@ int32_t RowLength(double radicand, int32_t limit) {
   return std::max(0, std::min(TruncToInt32(sqrt(radicand)), limit));
 }
 
+// Entries begin .. end − 1 of a circular row, entry i at horizontal offset
+// 0.5 + i: at the field's vector width, the rest one at a time.
+void CircularEntries(const FieldKernel& kernel, [[maybe_unused]] SimdLevel simd, float y, double yy, int32_t begin,
+                     int32_t end, Polar* polar, Displacement* disp) {
+  int32_t i = begin;
+#ifdef TARVO_AVX2_PATHS
+  if (simd == SimdLevel::kAvx2) i = avx2::CircularRow(kernel, y, yy, i, end, polar, disp);
+#endif
+#ifdef TARVO_SSE2_PATHS
+  if (simd >= SimdLevel::kSse2) i = sse2::CircularRow(kernel, y, yy, i, end, polar, disp);
+#endif
+  for (; i < end; ++i) kernel.CircularEntry(y, yy, static_cast<float>(0.5 + i), polar[i], disp[i]);
+}
+
+// Entries begin .. end − 1 of a stretched branch's row, entry i at
+// horizontal offset (i + columnShift) − 0.5: at the field's vector width,
+// the rest one at a time.
+void StretchedEntries(const FieldKernel& kernel, [[maybe_unused]] SimdLevel simd, float y, double yy, int32_t begin,
+                      int32_t end, int32_t columnShift, bool clampFade, Polar* polar, Displacement* disp) {
+  int32_t i = begin;
+#ifdef TARVO_AVX2_PATHS
+  if (simd == SimdLevel::kAvx2) i = avx2::StretchedRow(kernel, y, yy, i, end, columnShift, clampFade, polar, disp);
+#endif
+#ifdef TARVO_SSE2_PATHS
+  if (simd >= SimdLevel::kSse2) i = sse2::StretchedRow(kernel, y, yy, i, end, columnShift, clampFade, polar, disp);
+#endif
+  for (; i < end; ++i) {
+    kernel.StretchedEntry(y, yy, static_cast<float>(i + columnShift - 0.5), clampFade, polar[i], disp[i]);
+  }
+}
+
 }  // namespace
 
 void RippleRenderer::ComputeField() {
@@ -58,23 +89,10 @@ void RippleRenderer::ComputeSymmetricRow(int32_t j, FieldBranch branch) {
   const FieldKernel kernel = MakeKernel(*this);
   Polar* polar = quadrant->polar + quadrant->Index(j, 0);
   Displacement* disp = quadrant->displacement + quadrant->Index(j, 0);
-  int32_t i = reach.begin;
   if (branch == FieldBranch::kCircular) {
-#ifdef TARVO_AVX2_PATHS
-    if (fieldSimd == SimdLevel::kAvx2) i = avx2::CircularRow(kernel, y, yy, i, reach.end, polar, disp);
-#endif
-#ifdef TARVO_SSE2_PATHS
-    if (fieldSimd >= SimdLevel::kSse2) i = sse2::CircularRow(kernel, y, yy, i, reach.end, polar, disp);
-#endif
-    for (; i < reach.end; ++i) kernel.CircularEntry(y, yy, static_cast<float>(0.5 + i), polar[i], disp[i]);
+    CircularEntries(kernel, fieldSimd, y, yy, reach.begin, reach.end, polar, disp);
   } else {
-#ifdef TARVO_AVX2_PATHS
-    if (fieldSimd == SimdLevel::kAvx2) i = avx2::StretchedRow(kernel, y, yy, i, reach.end, 1, false, polar, disp);
-#endif
-#ifdef TARVO_SSE2_PATHS
-    if (fieldSimd >= SimdLevel::kSse2) i = sse2::StretchedRow(kernel, y, yy, i, reach.end, 1, false, polar, disp);
-#endif
-    for (; i < reach.end; ++i) kernel.StretchedEntry(y, yy, static_cast<float>(0.5 + i), false, polar[i], disp[i]);
+    StretchedEntries(kernel, fieldSimd, y, yy, reach.begin, reach.end, 1, false, polar, disp);
   }
 }
 
@@ -88,16 +106,7 @@ void RippleRenderer::ComputeRotatedRow(int32_t j) {
   const FieldKernel kernel = MakeKernel(*this);
   Polar* polar = quadrant->polar + quadrant->Index(j, 0);
   Displacement* disp = quadrant->displacement + quadrant->Index(j, 0);
-  int32_t c = reach.begin;
-#ifdef TARVO_AVX2_PATHS
-  if (fieldSimd == SimdLevel::kAvx2) c = avx2::StretchedRow(kernel, y, yy, c, reach.end, -width, true, polar, disp);
-#endif
-#ifdef TARVO_SSE2_PATHS
-  if (fieldSimd >= SimdLevel::kSse2) c = sse2::StretchedRow(kernel, y, yy, c, reach.end, -width, true, polar, disp);
-#endif
-  for (; c < reach.end; ++c) {
-    kernel.StretchedEntry(y, yy, static_cast<float>(c - 0.5 - width), true, polar[c], disp[c]);
-  }
+  StretchedEntries(kernel, fieldSimd, y, yy, reach.begin, reach.end, -width, true, polar, disp);
 }
 
 }  // namespace tarvo
