@@ -2,7 +2,7 @@
 # Inputs: only regular files, whole data, honest headers, memory; and every
 # format read into straight colour and written by its own alpha convention.
 #   inputs.sh TARVO_RIPPLE WORK_DIR
-source "$(dirname "$0")/lib.sh"
+source "$(dirname "$0")/../support/cli_lib.sh"
 
 "$cli" --demo demo.png --size 160x120 || exit 1
 "$cli" --demo photo.png || exit 1

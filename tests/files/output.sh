@@ -2,7 +2,7 @@
 # Writing outputs: every failure is reported with its reason, the file it
 # would have replaced stays byte-identical and no temporary file is left.
 #   output.sh TARVO_RIPPLE WORK_DIR
-source "$(dirname "$0")/lib.sh"
+source "$(dirname "$0")/../support/cli_lib.sh"
 
 "$cli" --demo big.png --size 640x480 || exit 1
 "$cli" --demo small.png --size 64x48 || exit 1

@@ -2,7 +2,7 @@
 # Worker processes of a sequence: they end with their parent, however it
 # ends, and no temporary file survives a killed parent or worker.
 #   workers.sh TARVO_RIPPLE WORK_DIR
-source "$(dirname "$0")/lib.sh"
+source "$(dirname "$0")/../support/cli_lib.sh"
 
 # Frames slow enough to write that a write is caught in progress.
 "$cli" --demo in.png --size 1920x1080 || exit 1
