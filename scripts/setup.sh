@@ -20,7 +20,7 @@ set -euo pipefail
 declare -A profile
 profile[main]="g++ cmake ninja-build pkg-config python3 libopenimageio-dev libcli11-dev"
 # The GoogleTest programs and the command-line tests.
-units="libgtest-dev libgmock-dev googletest nlohmann-json3-dev openimageio-tools"
+units="libgtest-dev libgmock-dev googletest openimageio-tools"
 profile[windows]="${profile[main]} $units g++-mingw-w64-i686 g++-mingw-w64-x86-64 binutils-mingw-w64-i686 icoutils wine64 wine"
 profile[sanitize]="${profile[main]} $units frei0r-plugins-dev"
 profile[fuzz]="${profile[main]} $units clang libclang-rt-14-dev"
