@@ -14,6 +14,7 @@ set -euo pipefail
 mode=$1 frei0r_dir=$2 reference=$3 work=$4 cli=${5:-}
 skip() { echo "SKIPPED: $*"; exit 77; }
 fail() { echo "FAIL: $*" >&2; exit 1; }
+source "$(dirname "$0")/melt_frames.sh"
 
 command -v ffmpeg >/dev/null || skip "ffmpeg is not installed (scripts/setup.sh installs it)"
 [[ $mode != melt ]] || command -v melt >/dev/null || skip "melt is not installed (scripts/setup.sh installs it)"
@@ -80,8 +81,8 @@ EOF
   props=()
   for i in "${!f0r[@]}"; do props+=("${names[$i]}=${f0r[$i]}"); done
   # real_time=0: every frame rendered, in order, none dropped.
-  melt -quiet -profile "$work/profile.txt" src.mov -filter frei0r.tarvo_ripple "${props[@]}" \
-    -consumer avformat:out_%03d.png vcodec=png pix_fmt=rgba real_time=0 </dev/null >melt.log 2>trace.txt \
+  melt_frames -quiet -profile "$work/profile.txt" src.mov -filter frei0r.tarvo_ripple "${props[@]}" \
+    -consumer avformat:out_%03d.png vcodec=png pix_fmt=rgba real_time=0 \
     || { cat melt.log trace.txt >&2; fail "melt failed"; }
   ffmpeg -nostdin -hide_banner -loglevel error -i out_%03d.png -f rawvideo -pix_fmt rgba -y out.rgba
   unit=seconds

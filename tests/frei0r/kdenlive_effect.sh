@@ -14,6 +14,7 @@ set -euo pipefail
 xml=$1 frei0r_dir=$2 cli=$3 work=$4
 skip() { echo "SKIPPED: $*"; exit 77; }
 fail() { echo "FAIL: $*" >&2; exit 1; }
+source "$(dirname "$0")/melt_frames.sh"
 for tool in melt ffmpeg python3; do
   command -v $tool >/dev/null || skip "$tool is not installed (scripts/setup.sh test)"
 done
@@ -119,8 +120,8 @@ EOF
 </mlt>
 EOF
 } >project.mlt
-melt -quiet project.mlt -consumer avformat:out_%03d.png vcodec=png pix_fmt=rgba real_time=0 \
-  </dev/null >melt.log 2>&1 || { cat melt.log >&2; fail "melt failed on the project"; }
+melt_frames -quiet project.mlt -consumer avformat:out_%03d.png vcodec=png pix_fmt=rgba real_time=0 \
+  || { cat melt.log trace.txt >&2; fail "melt failed on the project"; }
 
 # The same settings on the command line: Square, stretch 20, centre (120, 120).
 "$cli" src_k.png cli_k.png --waveform 3 --stretch 20 --center 120,120 \
